@@ -1,0 +1,9 @@
+#pragma once
+
+namespace vantamo::platform {
+
+/// The process environment's value of `name`, or null when absent. In a privileged process the
+/// environment is not trusted and every name is absent.
+[[nodiscard]] const char* environmentVariable(const char* name) noexcept;
+
+}  // namespace vantamo::platform

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vantamo::platform {
+
+/// Whether anything stands at `path`.
+[[nodiscard]] bool exists(const std::string& path);
+/// Creates the folder and its parents, for this user only; false when it is not there afterwards.
+bool createDirectories(const std::string& path);
+
+/// The whole file. Absent when it cannot be read, is not a plain file or is larger than `limit`.
+[[nodiscard]] std::optional<std::string> readFile(const std::string& path, std::size_t limit);
+
+enum class FileWrite { done, notOpened, failed };
+
+/// Replaces the file in one step: a reader, and the next start after a kill, sees the old content
+/// or the new one. Readable by this user only. Does not wait for the disk.
+[[nodiscard]] FileWrite replaceFile(const std::string& path, std::string_view content);
+
+}  // namespace vantamo::platform

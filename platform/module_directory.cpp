@@ -1,0 +1,34 @@
+#include "vantamo/module_directory.h"
+
+#include <map>
+#include <string>
+
+#include "support/mutex.h"
+
+namespace vantamo {
+namespace {
+
+struct Directory {
+  support::Mutex mutex;
+  std::map<std::string, ModuleInstance, std::less<>> classes VANTAMO_GUARDED_BY(mutex);
+};
+
+Directory& directory() {
+  static auto& instance = *new Directory();
+  return instance;
+}
+
+}  // namespace
+
+void registerModuleClass(std::string_view moduleName, ModuleInstance sharedInstance) {
+  const support::MutexLock lock(directory().mutex);
+  directory().classes.insert_or_assign(std::string(moduleName), sharedInstance);
+}
+
+ModuleInstance moduleClass(std::string_view moduleName) {
+  const support::MutexLock lock(directory().mutex);
+  const auto entry = directory().classes.find(moduleName);
+  return entry == directory().classes.end() ? nullptr : entry->second;
+}
+
+}  // namespace vantamo

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace vantamo::platform {
+
+/// The host of a URL, an IPv6 address without its brackets. Absent when `url` is not a URL; empty
+/// when it has no host.
+[[nodiscard]] std::optional<std::string> urlHost(const std::string& url);
+
+}  // namespace vantamo::platform

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <atomic>
+#include <exception>
+#include <string>
+#include <string_view>
+
+namespace vantamo::support {
+
+/// The number in the environment variable VANTAMO_DEBUG; absent or not a number gives 0.
+[[nodiscard]] int debugLevelFromEnvironment() noexcept;
+/// Writes one message of the debug log to the system log, framed with operation and line.
+void writeDebugMessage(std::string_view operation, int line, std::string_view text);
+
+/// The one way a diagnostic message is written. `operation` is the full operation name with its
+/// class and sign, "-[VTMod start]"; `makeText` builds the message and is called only while
+/// debug logging is on. Never throws what derives from std::exception: a message that cannot be
+/// built is not worth the host's event.
+///
+///   debugLog("-[VTMod stop]", [] { return "module already disabled"; });
+///
+/// Each logging place is a lambda and so has an instantiation, and a cached level, of its own.
+template <class MakeText>
+void debugLog(std::string_view operation, MakeText&& makeText, int line = __builtin_LINE()) {
+  static std::atomic<int> zelDebug{-1};
+  int level = zelDebug.load(std::memory_order_relaxed);
+  if (level == -1) {
+    level = debugLevelFromEnvironment();
+    zelDebug.store(level, std::memory_order_relaxed);
+  }
+  if (level <= 0) return;
+  try {
+    writeDebugMessage(operation, line, makeText());
+  } catch (const std::exception&) {
+    return;
+  }
+}
+
+/// `format` with its one "%@" replaced by `value`.
+[[nodiscard]] std::string withValue(std::string_view format, std::string_view value);
+/// `format` with its first two "%@" replaced, in order.
+[[nodiscard]] std::string withValues(std::string_view format, std::string_view first,
+                                     std::string_view second);
+
+}  // namespace vantamo::support
