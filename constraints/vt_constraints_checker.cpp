@@ -1,0 +1,151 @@
+#include "constraints/vt_constraints_checker.h"
+
+#include <array>
+#include <charconv>
+#include <string>
+
+#include "support/debug_log.h"
+#include "support/guarded.h"
+#include "support/utf.h"
+
+using vantamo::Text;
+using vantamo::Value;
+using vantamo::support::debugLog;
+using vantamo::support::withValues;
+
+namespace {
+
+constexpr const char* checkOperation = "+[VTConstraintsChecker satisfy:constraints:]";
+
+Value::Map buildAllConstraints() {
+  Value::Map all;
+  for (const auto& limit : vantamo::constraints::builtInLimits()) {
+    const Value* rows = all.find(limit.apiName);
+    Value::Map api = rows == nullptr ? Value::Map() : rows->map();
+    Value::Map row = {{"required", limit.required ? 1 : 0}, {"length", limit.length}};
+    if (limit.count != 0) row.set("count", limit.count);
+    api.set(limit.parameter, std::move(row));
+    all.set(limit.apiName, std::move(api));
+  }
+  return all;
+}
+
+// The limits of one parameter, as far as they apply: an absent member and a limit of 0 are none.
+struct ParameterLimits {
+  explicit ParameterLimits(const Value::Map& members) {
+    if (const Value* required = members.find("required")) refusesEmpty = required->number() != 0;
+    length = limitAt(members, "length");
+    count = limitAt(members, "count");
+  }
+
+  static double limitAt(const Value::Map& members, std::string_view key) {
+    const Value* limit = members.find(key);
+    return limit == nullptr ? 0 : limit->number();
+  }
+  static bool exceeds(std::size_t measured, double limit) {
+    return limit > 0 && static_cast<double>(measured) > limit;
+  }
+  [[nodiscard]] bool tooLong(const std::string& text) const {
+    return exceeds(vantamo::support::utf16Length(text), length);
+  }
+  [[nodiscard]] bool refuses(const std::string& text) const { return refusesEmpty && text.empty(); }
+
+  bool refusesEmpty = false;
+  double length = 0;
+  double count = 0;
+};
+
+std::string numberText(double number) {
+  std::array<char, 32> text{};
+  return {text.data(), std::to_chars(text.data(), text.data() + text.size(), number).ptr};
+}
+
+void logViolation(std::string_view message, std::string_view parameter, std::string_view value,
+                  int line = __builtin_LINE()) {
+  debugLog(
+      checkOperation, [&] { return withValues(message, parameter, value); }, line);
+}
+
+bool satisfiesString(std::string_view name, const std::string& value,
+                     const ParameterLimits& limits) {
+  if (limits.refuses(value)) {
+    logViolation("Failed value constraint check for parameter:%@ and value:%@", name, value);
+    return false;
+  }
+  if (limits.tooLong(value)) {
+    logViolation("Failed length constraint check for parameter:%@ and length:%@", name,
+                 numberText(limits.length));
+    return false;
+  }
+  return true;
+}
+
+bool satisfiesCount(std::string_view name, const Value::List& list, const ParameterLimits& limits) {
+  if (!ParameterLimits::exceeds(list.size(), limits.count)) return true;
+  logViolation("Failed count constraint check for parameter:%@ and count:%@", name,
+               numberText(limits.count));
+  return false;
+}
+
+bool satisfiesEntries(std::string_view name, const Value::List& list,
+                      const ParameterLimits& limits) {
+  for (const Value& entry : list) {
+    if (limits.refuses(entry.string())) {
+      logViolation("Failed value constraint check for parameter:%@ and value:%@", name,
+                   entry.string());
+      return false;
+    }
+    if (limits.tooLong(entry.string())) {
+      logViolation("Failed value constraint check for parameter:%@ and length:%@", name,
+                   numberText(limits.length));
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+const Value::Map& VTConstraintsChecker::allConstraints() {
+  static const auto& constraints = *new Value::Map(buildAllConstraints());
+  return constraints;
+}
+
+bool VTConstraintsChecker::satisfy(const Value::Map& parameters, Text apiName) {
+  constexpr const char* operation = "+[VTConstraintsChecker satisfy:constraintsFor:]";
+  return vantamo::support::guarded(operation, true, [&](bool& result) {
+    const Value::Map& all = allConstraints();
+    if (all.empty()) {
+      debugLog(operation, [] { return "Constraints not loaded"; });
+      return;
+    }
+    if (apiName.absentOrEmpty()) {
+      debugLog(operation, [] { return "Empty API name for constraints check"; });
+      return;
+    }
+    if (const Value* api = all.find(apiName.view())) result = satisfy(parameters, api->map());
+  });
+}
+
+bool VTConstraintsChecker::satisfy(const Value::Map& parameters, const Value::Map& constraints) {
+  return vantamo::support::guarded(checkOperation, true, [&](bool& result) {
+    for (const auto& [name, members] : constraints) {
+      const Value* value = parameters.find(name);
+      if (value == nullptr || value->isNull()) continue;
+      const ParameterLimits limits(members.map());
+      if (const std::string* text = value->ifString()) {
+        if (!satisfiesString(name, *text, limits)) {
+          result = false;
+          return;
+        }
+      }
+      if (const Value::List* list = value->ifList()) {
+        if (!satisfiesCount(name, *list, limits)) {
+          result = false;
+          return;
+        }
+        result = satisfiesEntries(name, *list, limits) && result;
+      }
+    }
+  });
+}
