@@ -1,0 +1,71 @@
+#include "module/vt_mod.h"
+#include "support/guarded.h"
+#include "tags/vt_message.h"
+
+using vantamo::Value;
+using vantamo::support::debugLog;
+using vantamo::support::guarded;
+
+bool VTMod::postTagDictionary(const VTTagDictionary& tag) {
+  return post("-[VTMod postTagDictionary:]", tag.tagDictionary(),
+              [](const Value& stored) -> std::unique_ptr<NQMessage> {
+                return VTMessage::initWithDictionary(stored.map());
+              });
+}
+
+bool VTMod::postTagString(const VTTag& tag) {
+  return post("-[VTMod postTagString:]", tag.tag(),
+              [](const Value& stored) -> std::unique_ptr<NQMessage> {
+                return VTMessage::initWithQueryString(stored.string());
+              });
+}
+
+bool VTMod::networkIsReachable() const {
+  const long long status = hostNetworkStatus_;
+  return status == NQReachability::reachableViaWiFi || status == NQReachability::reachableViaWWAN;
+}
+
+bool VTMod::post(std::string_view operation, Value tag, MakeMessage makeMessage) {
+  return guarded(operation, false, [&](bool& result) {
+    if (!canFire()) return;
+    const auto captureAll =
+        NQCore::sharedInstance().getConfigItem("CaptureAllOfflineTags", moduleName);
+    if (captureAll && captureAll->booleanMeaning()) {
+      postDirectly(tag, makeMessage);
+    } else if (!postThroughBuffer(std::make_shared<const Value>(std::move(tag)), makeMessage)) {
+      return;
+    }
+    flushIfManual(operation);
+    result = true;
+  });
+}
+
+void VTMod::postDirectly(const Value& tag, MakeMessage makeMessage) {
+  NQCore::sharedInstance().postMessage(makeMessage(tag), moduleName);
+}
+
+// Appends, then hands over oldest first for as long as the network is there. An entry leaves the
+// buffer only after it was posted, so that an exception on the way does not lose it.
+bool VTMod::postThroughBuffer(Tag tag, MakeMessage makeMessage) {
+  const std::scoped_lock lock(postingMutex_);
+  VTTagsRingBuffer& buffer = *vtTagsRingBuffer_;
+  buffer.addObject(std::move(tag));
+  while (networkIsReachable()) {
+    const Tag oldest = buffer.objectAtIndex(0);
+    if (oldest == nullptr) break;
+    postDirectly(*oldest, makeMessage);
+    buffer.removeObjectAtIndex(0);
+  }
+  return networkIsReachable();
+}
+
+void VTMod::flushIfManual(std::string_view operation) {
+  NQCore& core = NQCore::sharedInstance();
+  const auto manual = core.getConfigItem("ManualPostEnabled", "NQCore");
+  if (manual && manual->isNumber() && manual->booleanMeaning()) {
+    debugLog(operation, [] { return "Manually posting tag"; });
+    core.flushQueues();
+  } else {
+    debugLog(operation, [] { return "Queued Tag with NQCore"; });
+  }
+}
