@@ -1,0 +1,36 @@
+# How every target of this project is built.
+
+option(VANTAMO_WARNINGS_AS_ERRORS "Treat warnings as errors" ${PROJECT_IS_TOP_LEVEL})
+
+function(vantamo_compile_options target)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wconversion -Wold-style-cast
+    -Wno-missing-field-initializers
+    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+    $<$<BOOL:${VANTAMO_WARNINGS_AS_ERRORS}>:-Werror>)
+  # The sources name their headers from the top of the tree.
+  target_include_directories(${target} PRIVATE ${Vantamo_SOURCE_DIR})
+endfunction()
+
+# vantamo_library(TARGET SOURCE...): a library with the public headers.
+function(vantamo_library target)
+  add_library(${target} ${ARGN})
+  add_library(Vantamo::${target} ALIAS ${target})
+  vantamo_compile_options(${target})
+  set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  target_include_directories(${target} PUBLIC
+    $<BUILD_INTERFACE:${Vantamo_SOURCE_DIR}/include>)
+endfunction()
+
+# vantamo_core(TARGET NAME SOURCE...): a core, known to hosts as Vantamo::NAME.
+#
+# The module needs the core and the core needs the module's library. The host's link line is told
+# that the core's entry point is wanted, so that static libraries are found complete in either order.
+function(vantamo_core target name)
+  vantamo_library(${target} ${ARGN})
+  add_library(Vantamo::${name} ALIAS ${target})
+  target_link_libraries(${target} PUBLIC vantamo)
+  target_link_options(${target} INTERFACE "LINKER:--undefined=_ZN6NQCore14sharedInstanceEv")
+endfunction()
