@@ -1,0 +1,139 @@
+#include "cores/default/host_reachability.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include "cores/default/background_thread.h"
+#include "cores/default/host_resolver.h"
+#include "cores/default/network_state.h"
+#include "cores/default/network_watcher.h"
+#include "platform/linux/unique_fd.h"
+#include "support/debug_log.h"
+#include "vantamo/notification_center.h"
+
+namespace vantamo::core {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds firstRetry = std::chrono::seconds(1);
+constexpr milliseconds slowestRetry = std::chrono::minutes(5);
+
+}  // namespace
+
+// The host and what is known of it.
+struct HostReachability::Host {
+  Host(std::string_view hostName, std::function<void(long long)> callback)
+      : onChange(std::move(callback)), loopback(isLoopbackHost(std::string(hostName))) {
+    if (loopback) return;
+    literal = literalAddress(std::string(hostName));
+    if (!literal) resolver = std::make_unique<HostResolver>(std::string(hostName));
+  }
+
+  [[nodiscard]] long long status() const {
+    if (loopback) return reachableViaWiFi;
+    if (literal) return statusOfAddress(*literal);
+    const HostResolver::Answer answer = resolver->answer();
+    if (answer.outcome == HostResolver::Outcome::failed) return notReachable;
+    return answer.outcome == HostResolver::Outcome::found ? statusOfAddresses(answer.addresses)
+                                                          : statusOfRoutes();
+  }
+
+  [[nodiscard]] bool nameFailed() const {
+    return resolver && resolver->answer().outcome == HostResolver::Outcome::failed;
+  }
+
+  const std::function<void(long long)> onChange;
+  const bool loopback;
+  std::optional<NetworkAddress> literal;
+  std::unique_ptr<HostResolver> resolver;
+};
+
+// One run of the notifier, shared with its thread, which may outlive the watcher for a moment.
+struct HostReachability::Watch {
+  Watch(std::shared_ptr<const Host> watched, const void* watcher)
+      : host(std::move(watched)), sender(watcher), stop(::eventfd(0, EFD_CLOEXEC)) {
+    if (!stop) throw std::system_error(errno, std::generic_category(), "reachability");
+    if (host->resolver) host->resolver->lookUp();
+    last = host->status();
+  }
+
+  // Each round waits for a change, then tells when the status is another one.
+  void run() {
+    milliseconds retry = firstRetry;
+    for (;;) {
+      HostResolver* resolver = host->resolver.get();
+      const int timeout = host->nameFailed() ? static_cast<int>(retry.count()) : -1;
+      std::array<pollfd, 3> fds = {{{stop.get(), POLLIN, 0},
+                                    {network.fd(), POLLIN, 0},
+                                    {resolver != nullptr ? resolver->fd() : -1, POLLIN, 0}}};
+      const int ready = ::poll(fds.data(), fds.size(), timeout);
+      if (fds[0].revents != 0) return;
+      const bool networkChanged = network.takeChanges();
+      if (resolver != nullptr) resolver->takeEnd();
+      // A name that could not be looked up is tried again, at once when the network has changed.
+      if (host->nameFailed() && (networkChanged || ready == 0)) {
+        retry = networkChanged ? firstRetry : std::min(retry * 2, slowestRetry);
+        resolver->lookUp();
+      }
+      if (const long long now = host->status(); now != std::exchange(last, now)) tell(now);
+    }
+  }
+
+  void tell(long long now) const {
+    try {
+      host->onChange(now);
+      NotificationCenter::defaultCenter().post(kNQReachabilityChangedNotification, sender);
+    } catch (const std::exception& exception) {
+      support::debugLog("-[NQReachability startNotifier]", [&] {
+        return support::withValue("An observer of the reachability failed: %@", exception.what());
+      });
+    }
+  }
+
+  const std::shared_ptr<const Host> host;
+  const void* const sender;
+  const platform::UniqueFd stop;
+  NetworkWatcher network;
+  long long last = notReachable;  // the thread's alone
+};
+
+HostReachability::HostReachability(std::string_view hostName,
+                                   std::function<void(long long)> onChange)
+    : host_(std::make_shared<const Host>(hostName, std::move(onChange))) {}
+
+HostReachability::~HostReachability() { stopNotifier(); }
+
+long long HostReachability::currentReachabilityStatus() { return host_->status(); }
+
+bool HostReachability::startNotifier() {
+  const support::MutexLock lock(mutex_);
+  if (watch_ != nullptr) return true;
+  try {
+    auto watch = std::make_shared<Watch>(host_, this);
+    startBackgroundThread([watch] { watch->run(); }).detach();
+    watch_ = std::move(watch);
+  } catch (const std::system_error& error) {
+    support::debugLog("-[NQReachability startNotifier]", [&] {
+      return support::withValue("The network cannot be watched: %@", error.what());
+    });
+    return false;
+  }
+  return true;
+}
+
+bool HostReachability::stopNotifier() {
+  const support::MutexLock lock(mutex_);
+  const auto watch = std::exchange(watch_, nullptr);
+  return watch == nullptr || ::eventfd_write(watch->stop.get(), 1) == 0;
+}
+
+}  // namespace vantamo::core

@@ -1,0 +1,95 @@
+#include "cores/default/sender.h"
+
+#include <algorithm>
+
+#include "support/debug_log.h"
+
+namespace vantamo::core {
+namespace {
+
+constexpr const char* operation = "-[NQCore sendQueuedMessages]";
+
+}  // namespace
+
+void Sender::setRetryPolicy(RetryPolicy policy) {
+  const support::MutexLock lock(mutex_);
+  policy_ = policy;
+}
+
+void Sender::setSending(bool sending) {
+  const support::MutexLock lock(mutex_);
+  sending_ = sending;
+}
+
+void Sender::setManual(bool manual) {
+  const support::MutexLock lock(mutex_);
+  manual_ = manual;
+}
+
+void Sender::flush() {
+  const std::int64_t newest = parts_.queue.newestSequence();
+  const support::MutexLock lock(mutex_);
+  flushedUpTo_ = std::max(flushedUpTo_, newest);
+}
+
+void Sender::retryNow() {
+  const support::MutexLock lock(mutex_);
+  notBefore_.reset();
+}
+
+bool Sender::mayAttempt(std::int64_t sequence) {
+  const support::MutexLock lock(mutex_);
+  return sending_ && (!manual_ || sequence <= flushedUpTo_);
+}
+
+Sender::TimePoint Sender::failed() {
+  const double uniform = parts_.random();
+  const TimePoint now = parts_.now();
+  const support::MutexLock lock(mutex_);
+  notBefore_ = now + retryDelay(policy_, ++failures_, uniform);
+  return *notBefore_;
+}
+
+std::optional<Sender::TimePoint> Sender::step() {
+  {
+    const support::MutexLock lock(mutex_);
+    if (!sending_) return {};
+    if (notBefore_ && parts_.now() < *notBefore_) return notBefore_;
+  }
+  try {
+    const auto message = parts_.queue.front();
+    if (!message || !mayAttempt(message->sequence)) return {};
+    return attempt(*message);
+  } catch (const std::exception& exception) {
+    support::debugLog(operation, [&] {
+      return support::withValue("The queue or the transport failed: %@", exception.what());
+    });
+    return failed();
+  }
+}
+
+std::optional<Sender::TimePoint> Sender::attempt(const QueuedMessage& message) {
+  // A message whose removal failed was delivered all the same, and must not go out again.
+  if (deliveredButKept_ != message.sequence) {
+    const auto request = parts_.requestFor(message);
+    if (!request) return {};
+    const HttpResult result = parts_.transport.post(*request);
+    if (!result.delivered()) {
+      support::debugLog(operation, [&] {
+        return support::withValues(
+            "Message %@ not delivered, kept for another attempt: %@", message.id,
+            result.status != 0 ? "status " + std::to_string(result.status) : result.error);
+      });
+      return failed();
+    }
+    deliveredButKept_ = message.sequence;
+  }
+  parts_.queue.remove(message.sequence);
+  deliveredButKept_.reset();
+  const support::MutexLock lock(mutex_);
+  failures_ = 0;
+  notBefore_.reset();
+  return parts_.now();
+}
+
+}  // namespace vantamo::core

@@ -1,0 +1,137 @@
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <fcntl.h>
+
+#include <stdexcept>
+#include <system_error>
+
+#include "cores/default/message_queue.h"
+#include "platform/file.h"
+#include "platform/linux/unique_fd.h"
+#include "support/mutex.h"
+
+namespace vantamo::core {
+namespace {
+
+constexpr int busyMilliseconds = 5000;
+constexpr std::size_t largestBody = 500'000'000;  // what the database takes in any build of it
+
+// The file is made here and not by the database, so that it is this user's only from the first
+// moment; the files beside it take over its mode.
+std::string preparedFile(const std::string& folder) {
+  platform::createDirectories(folder);
+  std::string path = folder + "/queue.sqlite";
+  const platform::UniqueFd file(
+      ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (!file) throw std::system_error(errno, std::generic_category(), path);
+  return path;
+}
+
+// One connection with its prepared statements; used under one mutex.
+struct Connection {
+  explicit Connection(const std::string& path)
+      : database(path, SQLite::OPEN_READWRITE, busyMilliseconds) {
+    // A committed row survives the process's end in any way; the disk is waited for only when the
+    // log is moved into the file.
+    database.exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;");
+    database.exec(
+        "CREATE TABLE IF NOT EXISTS messages("
+        "sequence INTEGER PRIMARY KEY AUTOINCREMENT, id TEXT NOT NULL, module TEXT NOT NULL, "
+        "body BLOB NOT NULL)");
+  }
+
+  SQLite::Database database;
+};
+
+// Leaves a statement ready for its next use, whatever happens meanwhile.
+class StatementUse {
+ public:
+  explicit StatementUse(SQLite::Statement& statement) : statement_(statement) {}
+  StatementUse(const StatementUse&) = delete;
+  StatementUse& operator=(const StatementUse&) = delete;
+  ~StatementUse() {
+    statement_.tryReset();
+    try {
+      statement_.clearBindings();
+    } catch (const std::exception&) {  // a statement that cannot be cleared is bound anew anyway
+      return;
+    }
+  }
+
+ private:
+  SQLite::Statement& statement_;
+};
+
+// Whoever appends has a connection of its own, so that it never waits for the one that sends to
+// give a lock back; the database sees to the two writers.
+class SqliteQueue final : public MessageQueue {
+ public:
+  explicit SqliteQueue(const std::string& path) : appending_(path), sending_(path) {
+    // The log is moved into the file on the sending side, never while a host's thread appends.
+    appending_.database.exec("PRAGMA wal_autocheckpoint=0");
+  }
+
+  void append(std::string_view id, std::string_view moduleName, std::string_view body) override {
+    if (body.size() > largestBody) throw std::length_error("the message is too large to keep");
+    const support::MutexLock lock(appendingMutex_);
+    const StatementUse use(insert_);
+    insert_.bind(1, std::string(id));
+    insert_.bind(2, std::string(moduleName));
+    insert_.bindNoCopy(3, body.data(), static_cast<int>(body.size()));
+    insert_.exec();
+  }
+
+  std::optional<QueuedMessage> front() override {
+    const support::MutexLock lock(sendingMutex_);
+    const StatementUse use(selectFront_);
+    if (!selectFront_.executeStep()) return {};
+    const SQLite::Column body = selectFront_.getColumn(3);
+    return QueuedMessage{
+        selectFront_.getColumn(0).getInt64(),
+        selectFront_.getColumn(1).getString(),
+        selectFront_.getColumn(2).getString(),
+        {static_cast<const char*>(body.getBlob()), static_cast<std::size_t>(body.getBytes())}};
+  }
+
+  void remove(std::int64_t sequence) override {
+    const support::MutexLock lock(sendingMutex_);
+    const StatementUse use(delete_);
+    delete_.bind(1, sequence);
+    delete_.exec();
+  }
+
+  std::size_t size() override {
+    const support::MutexLock lock(sendingMutex_);
+    return static_cast<std::size_t>(number("SELECT COUNT(*) FROM messages"));
+  }
+
+  std::int64_t newestSequence() override {
+    const support::MutexLock lock(sendingMutex_);
+    return number("SELECT IFNULL(MAX(sequence), 0) FROM messages");
+  }
+
+ private:
+  std::int64_t number(const char* query) VANTAMO_REQUIRES(sendingMutex_) {
+    return sending_.database.execAndGet(query).getInt64();
+  }
+
+  support::Mutex appendingMutex_;
+  Connection appending_ VANTAMO_GUARDED_BY(appendingMutex_);
+  SQLite::Statement insert_ VANTAMO_GUARDED_BY(appendingMutex_){
+      appending_.database, "INSERT INTO messages(id, module, body) VALUES(?, ?, ?)"};
+
+  support::Mutex sendingMutex_;
+  Connection sending_ VANTAMO_GUARDED_BY(sendingMutex_);
+  SQLite::Statement selectFront_ VANTAMO_GUARDED_BY(sendingMutex_){
+      sending_.database,
+      "SELECT sequence, id, module, body FROM messages ORDER BY sequence LIMIT 1"};
+  SQLite::Statement delete_ VANTAMO_GUARDED_BY(sendingMutex_){
+      sending_.database, "DELETE FROM messages WHERE sequence = ?"};
+};
+
+}  // namespace
+
+std::unique_ptr<MessageQueue> openSqliteQueue(const std::string& folder) {
+  return std::make_unique<SqliteQueue>(preparedFile(folder));
+}
+
+}  // namespace vantamo::core
