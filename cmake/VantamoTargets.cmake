@@ -2,6 +2,13 @@
 
 option(VANTAMO_WARNINGS_AS_ERRORS "Treat warnings as errors" ${PROJECT_IS_TOP_LEVEL})
 
+set(VANTAMO_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize takes them")
+if(VANTAMO_SANITIZE)
+  add_compile_options(-fsanitize=${VANTAMO_SANITIZE} -fno-sanitize-recover=all
+    -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${VANTAMO_SANITIZE})
+endif()
+
 function(vantamo_compile_options target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)

@@ -73,7 +73,7 @@ void VTMod::watchReachability(const std::shared_ptr<NQReachability>& watcher) {
 
 // Under one mutex, so that of two threads the later reading is also the one that stays.
 void VTMod::storeReachabilityStatus(NQReachability& watcher) {
-  const vantamo::support::MutexLock lock(statusMutex_);
+  const vantamo::platform::MutexLock lock(statusMutex_);
   hostNetworkStatus_ = watcher.currentReachabilityStatus();
 }
 

@@ -8,8 +8,8 @@
 #include <string_view>
 #include <type_traits>
 
+#include "platform/mutex.h"
 #include "state/vt_tags_ring_buffer.h"
-#include "support/mutex.h"
 #include "tags/event_format.h"
 #include "tags/joined_events.h"
 #include "tags/vt_tag.h"
@@ -147,13 +147,13 @@ class VTMod final : public NQLifecycleObject {
   std::recursive_mutex lifecycleMutex_;  // one start or stop at a time
   std::recursive_mutex postingMutex_;    // a tag's append and the drain belong together; recursive,
                                          // because a core may fire while it takes a message
-  vantamo::support::Mutex statusMutex_;  // reading the watcher and storing belong together
+  vantamo::platform::Mutex statusMutex_;  // reading the watcher and storing belong together
 
   std::atomic<bool> bModuleEnabled_{false};
   std::atomic<VTTagsRingBuffer*> vtTagsRingBuffer_{nullptr};
-  vantamo::support::Locked<std::shared_ptr<NQReachability>> reachability_;
+  vantamo::platform::Locked<std::shared_ptr<NQReachability>> reachability_;
   std::atomic<long long> hostNetworkStatus_{NQReachability::notReachable};
-  vantamo::support::Locked<std::optional<std::string>> applicationName_;
-  vantamo::support::Locked<std::optional<std::string>> clientId_;
-  vantamo::support::Locked<std::string> optOutModeStr_{"opt_in"};
+  vantamo::platform::Locked<std::optional<std::string>> applicationName_;
+  vantamo::platform::Locked<std::optional<std::string>> clientId_;
+  vantamo::platform::Locked<std::string> optOutModeStr_{"opt_in"};
 };

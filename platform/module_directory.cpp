@@ -3,13 +3,13 @@
 #include <map>
 #include <string>
 
-#include "support/mutex.h"
+#include "platform/mutex.h"
 
 namespace vantamo {
 namespace {
 
 struct Directory {
-  support::Mutex mutex;
+  platform::Mutex mutex;
   std::map<std::string, ModuleInstance, std::less<>> classes VANTAMO_GUARDED_BY(mutex);
 };
 
@@ -21,12 +21,12 @@ Directory& directory() {
 }  // namespace
 
 void registerModuleClass(std::string_view moduleName, ModuleInstance sharedInstance) {
-  const support::MutexLock lock(directory().mutex);
+  const platform::MutexLock lock(directory().mutex);
   directory().classes.insert_or_assign(std::string(moduleName), sharedInstance);
 }
 
 ModuleInstance moduleClass(std::string_view moduleName) {
-  const support::MutexLock lock(directory().mutex);
+  const platform::MutexLock lock(directory().mutex);
   const auto entry = directory().classes.find(moduleName);
   return entry == directory().classes.end() ? nullptr : entry->second;
 }

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/mutex.h"
+#include "platform/mutex.h"
 
 namespace vantamo {
 namespace {
@@ -20,7 +20,7 @@ struct Observation {
 }  // namespace
 
 struct NotificationCenter::State {
-  support::Mutex mutex;
+  platform::Mutex mutex;
   std::vector<Observation> observations VANTAMO_GUARDED_BY(mutex);
 };
 
@@ -34,13 +34,13 @@ NotificationCenter& NotificationCenter::defaultCenter() {
 void NotificationCenter::addObserver(const void* observer, std::string_view name, Handler handler) {
   Observation added{observer, std::string(name),
                     std::make_shared<const Handler>(std::move(handler))};
-  const support::MutexLock lock(state_->mutex);
+  const platform::MutexLock lock(state_->mutex);
   state_->observations.push_back(std::move(added));
 }
 
 void NotificationCenter::removeObserver(const void* observer) {
   std::vector<Observation> removed;  // dies after the lock is gone
-  const support::MutexLock lock(state_->mutex);
+  const platform::MutexLock lock(state_->mutex);
   auto& all = state_->observations;
   const auto tail = std::stable_partition(
       all.begin(), all.end(),
@@ -52,7 +52,7 @@ void NotificationCenter::removeObserver(const void* observer) {
 void NotificationCenter::post(std::string_view name, const void* sender) {
   std::vector<std::shared_ptr<const Handler>> handlers;
   {
-    const support::MutexLock lock(state_->mutex);
+    const platform::MutexLock lock(state_->mutex);
     for (const Observation& entry : state_->observations) {
       if (entry.name == name) handlers.push_back(entry.handler);
     }

@@ -1,15 +1,15 @@
 #include "platform/overrides.h"
 
-#include "support/mutex.h"
+#include "platform/mutex.h"
 
 namespace vantamo {
 namespace {
 
 using SharedOverrides = std::shared_ptr<const PlatformOverrides>;
 
-support::Locked<SharedOverrides>& current() {
+platform::Locked<SharedOverrides>& current() {
   static auto& locked =
-      *new support::Locked<SharedOverrides>(std::make_shared<const PlatformOverrides>());
+      *new platform::Locked<SharedOverrides>(std::make_shared<const PlatformOverrides>());
   return locked;
 }
 

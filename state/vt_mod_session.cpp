@@ -29,7 +29,7 @@ void VTModSession::reportAnonymousWhen(bool (*isAnonymous)()) { isAnonymous_ = i
 
 bool VTModSession::newSession() {
   return guarded("-[VTModSession newSession]", false, [this](bool& result) {
-    const vantamo::support::MutexLock lock(startMutex_);
+    const vantamo::platform::MutexLock lock(startMutex_);
     std::optional<Value> contents;
     if (sessionFileExists()) contents = contentsOfSessionFile();
     std::string visitor;

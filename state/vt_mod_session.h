@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "support/mutex.h"
+#include "platform/mutex.h"
 #include "vantamo/text.h"
 #include "vantamo/value.h"
 
@@ -59,7 +59,7 @@ class VTModSession {
  private:
   static std::atomic<bool (*)()> isAnonymous_;
 
-  vantamo::support::Mutex startMutex_;  // one session starts at a time
-  vantamo::support::Locked<std::optional<std::string>> cjuid_;
-  vantamo::support::Locked<std::optional<std::string>> cjsid_;
+  vantamo::platform::Mutex startMutex_;  // one session starts at a time
+  vantamo::platform::Locked<std::optional<std::string>> cjuid_;
+  vantamo::platform::Locked<std::optional<std::string>> cjsid_;
 };

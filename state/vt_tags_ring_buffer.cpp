@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
-using vantamo::support::MutexLock;
+using vantamo::platform::MutexLock;
 
 VTTagsRingBuffer& VTTagsRingBuffer::sharedInstance() {
   static auto& instance = *new VTTagsRingBuffer();

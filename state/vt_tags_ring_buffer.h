@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "support/mutex.h"
+#include "platform/mutex.h"
 #include "vantamo/value.h"
 
 /// A bounded list of tags that could not be posted at once, oldest first, and the flag that marks
@@ -54,6 +54,6 @@ class VTTagsRingBuffer {
   std::atomic<bool> removeFirstOnOverflow_{true};
   std::atomic<bool> firstPageView_{true};
   std::atomic<std::size_t> maxTagsCount_{10};
-  mutable vantamo::support::Mutex mutex_;
+  mutable vantamo::platform::Mutex mutex_;
   std::deque<Tag> ringBuffer_ VANTAMO_GUARDED_BY(mutex_);
 };

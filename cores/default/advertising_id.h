@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "support/mutex.h"
+#include "platform/mutex.h"
 #include "vantamo/text.h"
 
 namespace vantamo::core {
@@ -17,7 +17,7 @@ class AdvertisingId {
   [[nodiscard]] std::optional<std::string> get() const;
 
  private:
-  support::Locked<std::optional<std::string>> id_;
+  platform::Locked<std::optional<std::string>> id_;
 };
 
 }  // namespace vantamo::core

@@ -115,7 +115,7 @@ HostReachability::~HostReachability() { stopNotifier(); }
 long long HostReachability::currentReachabilityStatus() { return host_->status(); }
 
 bool HostReachability::startNotifier() {
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   if (watch_ != nullptr) return true;
   try {
     auto watch = std::make_shared<Watch>(host_, this);
@@ -131,7 +131,7 @@ bool HostReachability::startNotifier() {
 }
 
 bool HostReachability::stopNotifier() {
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   const auto watch = std::exchange(watch_, nullptr);
   return watch == nullptr || ::eventfd_write(watch->stop.get(), 1) == 0;
 }

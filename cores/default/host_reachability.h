@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "support/mutex.h"
+#include "platform/mutex.h"
 #include "vantamo/nq_core.h"
 
 namespace vantamo::core {
@@ -32,7 +32,7 @@ class HostReachability final : public NQReachability {
   struct Watch;
 
   const std::shared_ptr<const Host> host_;
-  support::Mutex mutex_;
+  platform::Mutex mutex_;
   std::shared_ptr<Watch> watch_ VANTAMO_GUARDED_BY(mutex_);  // set while the notifier runs
 };
 

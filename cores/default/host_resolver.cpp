@@ -10,7 +10,7 @@
 
 #include "cores/default/background_thread.h"
 #include "platform/linux/unique_fd.h"
-#include "support/mutex.h"
+#include "platform/mutex.h"
 
 namespace vantamo::core {
 
@@ -22,13 +22,13 @@ struct HostResolver::State {
 
   const std::string host;
   const platform::UniqueFd ended;
-  support::Mutex mutex;
+  platform::Mutex mutex;
   Answer answer VANTAMO_GUARDED_BY(mutex);
   bool underWay VANTAMO_GUARDED_BY(mutex) = false;
 
   void finish(Answer result) {
     {
-      const support::MutexLock lock(mutex);
+      const platform::MutexLock lock(mutex);
       answer = std::move(result);
       underWay = false;
     }
@@ -62,7 +62,7 @@ HostResolver::HostResolver(std::string host) : state_(std::make_shared<State>(st
 
 void HostResolver::lookUp() {
   {
-    const support::MutexLock lock(state_->mutex);
+    const platform::MutexLock lock(state_->mutex);
     if (std::exchange(state_->underWay, true)) return;
   }
   try {
@@ -73,7 +73,7 @@ void HostResolver::lookUp() {
 }
 
 HostResolver::Answer HostResolver::answer() const {
-  const support::MutexLock lock(state_->mutex);
+  const platform::MutexLock lock(state_->mutex);
   return state_->answer;
 }
 

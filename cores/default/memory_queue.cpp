@@ -1,7 +1,7 @@
 #include <deque>
 
 #include "cores/default/message_queue.h"
-#include "support/mutex.h"
+#include "platform/mutex.h"
 
 namespace vantamo::core {
 namespace {
@@ -9,32 +9,32 @@ namespace {
 class MemoryQueue final : public MessageQueue {
  public:
   void append(std::string_view id, std::string_view moduleName, std::string_view body) override {
-    const support::MutexLock lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     messages_.push_back({++sequence_, std::string(id), std::string(moduleName), std::string(body)});
   }
 
   std::optional<QueuedMessage> front() override {
-    const support::MutexLock lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     return messages_.empty() ? std::nullopt : std::optional(messages_.front());
   }
 
   void remove(std::int64_t sequence) override {
-    const support::MutexLock lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     std::erase_if(messages_, [sequence](const auto& kept) { return kept.sequence == sequence; });
   }
 
   std::size_t size() override {
-    const support::MutexLock lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     return messages_.size();
   }
 
   std::int64_t newestSequence() override {
-    const support::MutexLock lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     return messages_.empty() ? 0 : messages_.back().sequence;
   }
 
  private:
-  support::Mutex mutex_;
+  platform::Mutex mutex_;
   std::int64_t sequence_ VANTAMO_GUARDED_BY(mutex_) = 0;
   std::deque<QueuedMessage> messages_ VANTAMO_GUARDED_BY(mutex_);
 };

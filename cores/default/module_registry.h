@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "support/mutex.h"
+#include "platform/mutex.h"
 #include "vantamo/nq_core.h"
 
 namespace vantamo::core {
@@ -20,7 +20,7 @@ class ModuleRegistry {
   [[nodiscard]] bool empty() const;
 
  private:
-  mutable support::Mutex mutex_;
+  mutable platform::Mutex mutex_;
   std::map<std::string, NQLifecycleObject*, std::less<>> modules_ VANTAMO_GUARDED_BY(mutex_);
 };
 

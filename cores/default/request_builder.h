@@ -6,7 +6,7 @@
 #include "cores/default/message_queue.h"
 #include "cores/default/settings_store.h"
 #include "cores/default/transport.h"
-#include "support/mutex.h"
+#include "platform/mutex.h"
 
 namespace vantamo::core {
 
@@ -24,7 +24,7 @@ class RequestBuilder {
 
  private:
   const SettingsStore& settings_;
-  support::Locked<std::string> userAgent_;
+  platform::Locked<std::string> userAgent_;
 };
 
 }  // namespace vantamo::core

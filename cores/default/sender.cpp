@@ -12,47 +12,47 @@ constexpr const char* operation = "-[NQCore sendQueuedMessages]";
 }  // namespace
 
 void Sender::setRetryPolicy(RetryPolicy policy) {
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   policy_ = policy;
 }
 
 void Sender::setSending(bool sending) {
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   sending_ = sending;
 }
 
 void Sender::setManual(bool manual) {
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   manual_ = manual;
 }
 
 void Sender::flush() {
   const std::int64_t newest = parts_.queue.newestSequence();
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   flushedUpTo_ = std::max(flushedUpTo_, newest);
 }
 
 void Sender::retryNow() {
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   notBefore_.reset();
 }
 
 bool Sender::mayAttempt(std::int64_t sequence) {
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return sending_ && (!manual_ || sequence <= flushedUpTo_);
 }
 
 Sender::TimePoint Sender::failed() {
   const double uniform = parts_.random();
   const TimePoint now = parts_.now();
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   notBefore_ = now + retryDelay(policy_, ++failures_, uniform);
   return *notBefore_;
 }
 
 std::optional<Sender::TimePoint> Sender::step() {
   {
-    const support::MutexLock lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     if (!sending_) return {};
     if (notBefore_ && parts_.now() < *notBefore_) return notBefore_;
   }
@@ -86,7 +86,7 @@ std::optional<Sender::TimePoint> Sender::attempt(const QueuedMessage& message) {
   }
   parts_.queue.remove(message.sequence);
   deliveredButKept_.reset();
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   failures_ = 0;
   notBefore_.reset();
   return parts_.now();

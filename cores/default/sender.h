@@ -8,7 +8,7 @@
 #include "cores/default/message_queue.h"
 #include "cores/default/retry_policy.h"
 #include "cores/default/transport.h"
-#include "support/mutex.h"
+#include "platform/mutex.h"
 
 namespace vantamo::core {
 
@@ -59,7 +59,7 @@ class Sender {
   const Parts parts_;
   std::optional<std::int64_t> deliveredButKept_;  // step() only
 
-  support::Mutex mutex_;
+  platform::Mutex mutex_;
   RetryPolicy policy_ VANTAMO_GUARDED_BY(mutex_);
   bool sending_ VANTAMO_GUARDED_BY(mutex_) = false;
   bool manual_ VANTAMO_GUARDED_BY(mutex_) = false;

@@ -7,7 +7,7 @@ namespace vantamo::core {
 SenderWorker::~SenderWorker() { stop(std::chrono::hours(1)); }
 
 void SenderWorker::start() {
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   if (running_ || stopping_) return;
   if (thread_.joinable()) thread_.join();
   thread_ = startBackgroundThread([this] { run(); });
@@ -15,7 +15,7 @@ void SenderWorker::start() {
 }
 
 void SenderWorker::wake() {
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   if (std::exchange(woken_, true)) return;
   changed_.notify_all();
 }
@@ -24,7 +24,7 @@ bool SenderWorker::stop(std::chrono::milliseconds limit) {
   const auto deadline = Sender::Clock::now() + limit;
   std::thread ended;
   {
-    const support::MutexLock lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     stopping_ = true;
     changed_.notify_all();
     while (running_) {
@@ -41,12 +41,12 @@ bool SenderWorker::stop(std::chrono::milliseconds limit) {
 }
 
 std::uint64_t SenderWorker::progress() {
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return steps_;
 }
 
 bool SenderWorker::waitForProgress(std::uint64_t seen, Sender::TimePoint deadline) {
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   while (steps_ <= seen) {
     if (changed_.wait_until(mutex_, deadline) == std::cv_status::timeout) return steps_ > seen;
   }

@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "cores/default/sender.h"
-#include "support/mutex.h"
+#include "platform/mutex.h"
 
 namespace vantamo::core {
 
@@ -36,7 +36,7 @@ class SenderWorker {
   void run();
 
   Sender& sender_;
-  support::Mutex mutex_;
+  platform::Mutex mutex_;
   std::condition_variable_any changed_;
   std::thread thread_ VANTAMO_GUARDED_BY(mutex_);
   bool running_ VANTAMO_GUARDED_BY(mutex_) = false;

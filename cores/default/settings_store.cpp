@@ -15,19 +15,19 @@ void SettingsStore::load(std::string_view moduleName,
                                 *file.problem);
     });
   }
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   items_.insert_or_assign(std::string(moduleName), std::move(file.items));
 }
 
 std::optional<Value> SettingsStore::item(std::string_view key, std::string_view moduleName) const {
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   const auto module = items_.find(moduleName);
   const Value* value = module == items_.end() ? nullptr : module->second.find(key);
   return value == nullptr ? std::nullopt : std::optional(*value);
 }
 
 Value::Map SettingsStore::items(std::string_view moduleName) const {
-  const support::MutexLock lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   const auto module = items_.find(moduleName);
   return module == items_.end() ? Value::Map() : module->second;
 }

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "support/mutex.h"
+#include "platform/mutex.h"
 #include "vantamo/value.h"
 
 namespace vantamo::core {
@@ -21,7 +21,7 @@ class SettingsStore {
   [[nodiscard]] Value::Map items(std::string_view moduleName) const;
 
  private:
-  mutable support::Mutex mutex_;
+  mutable platform::Mutex mutex_;
   std::map<std::string, Value::Map, std::less<>> items_ VANTAMO_GUARDED_BY(mutex_);
 };
 

@@ -7,7 +7,7 @@
 #include "cores/default/message_queue.h"
 #include "platform/file.h"
 #include "platform/linux/unique_fd.h"
-#include "support/mutex.h"
+#include "platform/mutex.h"
 
 namespace vantamo::core {
 namespace {
@@ -72,7 +72,7 @@ class SqliteQueue final : public MessageQueue {
 
   void append(std::string_view id, std::string_view moduleName, std::string_view body) override {
     if (body.size() > largestBody) throw std::length_error("the message is too large to keep");
-    const support::MutexLock lock(appendingMutex_);
+    const platform::MutexLock lock(appendingMutex_);
     const StatementUse use(insert_);
     insert_.bind(1, std::string(id));
     insert_.bind(2, std::string(moduleName));
@@ -81,7 +81,7 @@ class SqliteQueue final : public MessageQueue {
   }
 
   std::optional<QueuedMessage> front() override {
-    const support::MutexLock lock(sendingMutex_);
+    const platform::MutexLock lock(sendingMutex_);
     const StatementUse use(selectFront_);
     if (!selectFront_.executeStep()) return {};
     const SQLite::Column body = selectFront_.getColumn(3);
@@ -93,19 +93,19 @@ class SqliteQueue final : public MessageQueue {
   }
 
   void remove(std::int64_t sequence) override {
-    const support::MutexLock lock(sendingMutex_);
+    const platform::MutexLock lock(sendingMutex_);
     const StatementUse use(delete_);
     delete_.bind(1, sequence);
     delete_.exec();
   }
 
   std::size_t size() override {
-    const support::MutexLock lock(sendingMutex_);
+    const platform::MutexLock lock(sendingMutex_);
     return static_cast<std::size_t>(number("SELECT COUNT(*) FROM messages"));
   }
 
   std::int64_t newestSequence() override {
-    const support::MutexLock lock(sendingMutex_);
+    const platform::MutexLock lock(sendingMutex_);
     return number("SELECT IFNULL(MAX(sequence), 0) FROM messages");
   }
 
@@ -114,12 +114,12 @@ class SqliteQueue final : public MessageQueue {
     return sending_.database.execAndGet(query).getInt64();
   }
 
-  support::Mutex appendingMutex_;
+  platform::Mutex appendingMutex_;
   Connection appending_ VANTAMO_GUARDED_BY(appendingMutex_);
   SQLite::Statement insert_ VANTAMO_GUARDED_BY(appendingMutex_){
       appending_.database, "INSERT INTO messages(id, module, body) VALUES(?, ?, ?)"};
 
-  support::Mutex sendingMutex_;
+  platform::Mutex sendingMutex_;
   Connection sending_ VANTAMO_GUARDED_BY(sendingMutex_);
   SQLite::Statement selectFront_ VANTAMO_GUARDED_BY(sendingMutex_){
       sending_.database,

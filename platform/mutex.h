@@ -12,7 +12,7 @@
 #define VANTAMO_GUARDED_BY(mutex) VANTAMO_THREAD_ATTRIBUTE(guarded_by(mutex))
 #define VANTAMO_REQUIRES(mutex) VANTAMO_THREAD_ATTRIBUTE(requires_capability(mutex))
 
-namespace vantamo::support {
+namespace vantamo::platform {
 
 /// std::mutex as clang's thread-safety analysis knows it.
 class VANTAMO_THREAD_ATTRIBUTE(capability("mutex")) Mutex {
@@ -61,4 +61,4 @@ class Locked {
   T value_ VANTAMO_GUARDED_BY(mutex_);
 };
 
-}  // namespace vantamo::support
+}  // namespace vantamo::platform
