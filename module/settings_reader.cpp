@@ -10,7 +10,7 @@ std::optional<std::string> stringItem(std::string_view operation, std::string_vi
   if (!item || item->isNull()) return {};
   if (const std::string* text = item->ifString()) return *text;
   support::debugLog(operation, [&] {
-    return support::withValues("Setting %@ must be a string, not a %@; it counts as absent", key,
+    return support::withValues("Setting %@ must be a string but is of kind %@; it counts as absent", key,
                                item->kind());
   });
   return {};

@@ -147,6 +147,7 @@ class VTMod final : public NQLifecycleObject {
   std::recursive_mutex lifecycleMutex_;  // one start or stop at a time
   std::recursive_mutex postingMutex_;    // a tag's append and the drain belong together; recursive,
                                          // because a core may fire while it takes a message
+  bool draining_ = false;                // under postingMutex_
   vantamo::platform::Mutex statusMutex_;  // reading the watcher and storing belong together
 
   std::atomic<bool> bModuleEnabled_{false};

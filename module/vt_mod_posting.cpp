@@ -50,6 +50,12 @@ bool VTMod::postThroughBuffer(Tag tag, MakeMessage makeMessage) {
   const std::scoped_lock lock(postingMutex_);
   VTTagsRingBuffer& buffer = *vtTagsRingBuffer_;
   buffer.addObject(std::move(tag));
+  // A core that fires while it takes a message is answered at once; its tag leaves with the drain
+  // that is under way, and the one being taken is not posted twice.
+  if (draining_) return networkIsReachable();
+  draining_ = true;
+  const std::unique_ptr<bool, void (*)(bool*)> drained(&draining_,
+                                                       [](bool* flag) { *flag = false; });
   while (networkIsReachable()) {
     const Tag oldest = buffer.objectAtIndex(0);
     if (oldest == nullptr) break;

@@ -1,0 +1,160 @@
+#include <sys/stat.h>
+
+#include <thread>
+
+#include "state/session_ids.h"
+#include "state/vt_mod_session.h"
+#include "support/json.h"
+#include "tests/kit/host_test.h"
+
+namespace vantamo::test {
+namespace {
+
+using testing::Contains;
+using testing::MatchesRegex;
+
+class SessionTest : public HostTest {
+ protected:
+  [[nodiscard]] std::filesystem::path file() const {
+    return caches() / "VTSessions" / "VTSessions.json";
+  }
+  void writeFile(std::string_view content) const {
+    std::filesystem::create_directories(file().parent_path());
+    std::ofstream(file()) << content;
+  }
+  [[nodiscard]] std::string readFile() const {
+    std::ifstream stream(file());
+    return {std::istreambuf_iterator<char>(stream), {}};
+  }
+};
+
+constexpr const char* newVisitor = "10[0-9]{21}";
+
+TEST_F(SessionTest, FirstLaunchWritesBothIdsForThisUserOnly) {
+  const VTModSession session;
+  EXPECT_THAT(*session.cjuid(), MatchesRegex(newVisitor));
+  EXPECT_THAT(*session.cjsid(), MatchesRegex("[1-5][0-9]{9}"));
+  EXPECT_EQ(readFile(),
+            "{\"cjuid\":\"" + *session.cjuid() + "\",\"cjsid\":\"" + *session.cjsid() + "\"}");
+  EXPECT_THAT(logTexts(), Contains("Session Directory  Created"));
+  struct stat info {};
+  ASSERT_EQ(stat(file().c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777U, 0600U);
+  ASSERT_EQ(stat(file().parent_path().c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777U, 0700U);
+}
+
+TEST_F(SessionTest, WhatTheFileHoldsDecidesTheVisitor) {
+  struct Case {
+    std::string content;
+    std::string visitor;  // as a pattern
+  };
+  const std::string known = "1234567890123456";
+  const std::vector<Case> cases = {
+      {R"({"cjuid":"1234567890123456","cjsid":"1"})", known},
+      {R"({"cjuid":"x"})", "x"},
+      {R"({"cjuid":""})", newVisitor},
+      {R"({"cjuid":7})", newVisitor},
+      {R"({"cjuid":null})", newVisitor},
+      {"{}", newVisitor},
+      {"", newVisitor},
+      {"{\"cjuid\":\"12", newVisitor},
+      {"{\"cjuid\":\"\xff\"}", newVisitor},
+      {std::string(100000, '['), newVisitor},
+      {std::string(70000, ' ') + "{}", newVisitor},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.content.substr(0, 60));
+    writeFile(test.content);
+    const VTModSession session;
+    EXPECT_THAT(*session.cjuid(), MatchesRegex(test.visitor));
+    EXPECT_NE(*session.cjsid(), "1");
+    const Value written = support::parseJson(readFile());
+    EXPECT_EQ(written.map().stringAt("cjuid"), *session.cjuid());
+    EXPECT_EQ(written.map().stringAt("cjsid"), *session.cjsid());
+  }
+}
+
+TEST_F(SessionTest, JsonThatIsNoObjectLeavesIdsAndFileAlone) {
+  VTModSession session;
+  const auto visitor = session.cjuid();
+  const auto id = session.cjsid();
+  for (const char* content : {"[]", "[{\"cjuid\":\"x\"}]", "\"x\"", "3", "null"}) {
+    writeFile(content);
+    clearLog();
+    EXPECT_FALSE(session.newSession());
+    EXPECT_THAT(logTexts(), Contains("JSONObjectWithData did not return a dictionary"));
+    EXPECT_EQ(session.cjuid(), visitor);
+    EXPECT_EQ(session.cjsid(), id);
+    EXPECT_EQ(readFile(), content);
+  }
+}
+
+TEST_F(SessionTest, EverySessionIsNewForTheSameVisitor) {
+  VTModSession session;
+  const auto visitor = session.cjuid();
+  const auto id = session.cjsid();
+  session.setCjuid("in memory only");
+  EXPECT_EQ(session.visitorId(), "in memory only");
+  EXPECT_TRUE(session.newSession());
+  EXPECT_EQ(session.cjuid(), visitor);
+  EXPECT_NE(session.cjsid(), id);
+}
+
+TEST_F(SessionTest, UnusableCachesDirectoryFailsQuietlyWithIdsInMemory) {
+  std::ofstream(scratch() / "plain file") << "x";
+  for (const auto& folder : {(scratch() / "plain file").string(), std::string("/proc/nowhere")}) {
+    overrides.cachesDirectory = folder;
+    setPlatformOverrides(overrides);
+    clearLog();
+    VTModSession session;
+    EXPECT_FALSE(session.newSession());
+    EXPECT_THAT(*session.cjuid(), MatchesRegex(newVisitor));
+    EXPECT_THAT(logTexts(), Contains("Session Directory Not Created"));
+  }
+  // A folder in the file's place: it can be neither read nor replaced.
+  overrides.cachesDirectory = caches().string();
+  setPlatformOverrides(overrides);
+  std::filesystem::create_directories(file() / "in the way");
+  VTModSession session;
+  EXPECT_FALSE(session.newSession());
+  EXPECT_THAT(logTexts(), Contains("Error updating session file"));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(file().parent_path()), {}), 1);
+}
+
+TEST_F(SessionTest, CachesDirectoryComesFromTheEnvironment) {
+  overrides.cachesDirectory.reset();
+  setPlatformOverrides(overrides);
+  setenv("XDG_CACHE_HOME", "/somewhere/", 1);
+  const VTModSession session;
+  EXPECT_EQ(session.sessionFilePath(), "/somewhere/VTSessions/VTSessions.json");
+  setenv("XDG_CACHE_HOME", "relative", 1);
+  setenv("HOME", "/home/ada", 1);
+  EXPECT_EQ(session.sessionFilePath(), "/home/ada/.cache/VTSessions/VTSessions.json");
+}
+
+TEST_F(SessionTest, ConcurrentSessionsLeaveAWholeFile) {
+  VTModSession session;
+  const auto visitor = session.cjuid();
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&session] {
+      for (int j = 0; j < 20; ++j) session.newSession();
+    });
+  }
+  for (int i = 0; i < 200; ++i) {
+    const Value seen = support::parseJson(readFile());
+    EXPECT_EQ(seen.map().stringAt("cjuid"), visitor);
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+TEST(SessionIdTest, IdsCoverTheirWholeRange) {
+  EXPECT_EQ(state::visitorIdFrom(0, 0), "10000000000010000000000");
+  EXPECT_EQ(state::visitorIdFrom(0xFFFFFFFF, 0xFFFFFFFF), "10429496729514294967295");
+  EXPECT_EQ(state::sessionIdFrom(0), "1000000000");
+  EXPECT_EQ(state::sessionIdFrom(0xFFFFFFFF), "5294967295");
+}
+
+}  // namespace
+}  // namespace vantamo::test

@@ -1,0 +1,177 @@
+#include "support/debug_log.h"
+#include "support/guarded.h"
+#include "support/json.h"
+#include "support/settings_file.h"
+#include "support/utf.h"
+#include "tests/kit/host_test.h"
+
+namespace vantamo::test {
+namespace {
+
+using testing::HasSubstr;
+
+TEST(UtfTest, EachIllFormedSequenceIsOneReplacement) {
+  struct Case {
+    std::string text;
+    std::string repaired;
+    std::size_t units;
+  };
+  const std::string mark = "\uFFFD";
+  const std::vector<Case> cases = {
+      {"", "", 0},
+      {"abc", "abc", 3},
+      {"\u00e9\u20ac", "\u00e9\u20ac", 2},
+      {"\U0001F600", "\U0001F600", 2},
+      {std::string("a\0b", 3), std::string("a\0b", 3), 3},
+      {"\xff", mark, 1},
+      {"a\xe2\x82", "a" + mark, 2},
+      {"\xe2\x82x", mark + "x", 2},
+      {"\xc0\x80", mark, 1},      // overlong
+      {"\xed\xa0\x80", mark, 1},  // a surrogate
+      {"\x80\xf5!", mark + mark + "!", 3},
+  };
+  for (const Case& test : cases) {
+    EXPECT_EQ(support::wellFormedUtf8(test.text), test.repaired);
+    EXPECT_EQ(support::utf16Length(test.text), test.units) << test.repaired;
+  }
+}
+
+TEST(JsonTest, ReadsEveryKindAndWritesItBack) {
+  const std::string text =
+      R"({"n":null,"b":true,"i":-7,"r":1.5,"s":"a\u0000\"\u00e9","l":[1,[]],"m":{"x":{}}})";
+  const Value value = support::parseJson(text);
+  EXPECT_EQ(value.map().find("i")->number(), -7);
+  EXPECT_EQ(value.map().stringAt("s")->size(), 5U);
+  EXPECT_EQ(support::parseJson(support::writeJson(value)), value);
+  EXPECT_EQ(support::parseJson("18446744073709551615").number(), 18446744073709551615.0);
+  EXPECT_EQ(support::parseJson(R"({"a":1,"a":2})"), Value(Value::Map{{"a", 2}}));
+  EXPECT_EQ(support::writeJson("\xff\xfe"), "\"\uFFFD\uFFFD\"");
+  EXPECT_EQ(support::writeJson(Value::Map{{"\xff", Value::List{}}}), "{\"\uFFFD\":[]}");
+}
+
+TEST(JsonTest, RefusesWhatIsNotOneValueAndSaysWhere) {
+  for (const std::string text :
+       {"", "{", "[1,]", "{\"a\" 1}", "1 2", "\"\xff\"", "nul", "\"a\nb\"", "[1e999]"}) {
+    EXPECT_THROW(static_cast<void>(support::parseJson(text)), support::JsonError) << text;
+  }
+  EXPECT_THROW(static_cast<void>(support::parseJson(std::string(1000000, '['))),
+               support::JsonError);
+  try {
+    static_cast<void>(support::parseJson("{\n \"a\": 1,\n}"));
+    FAIL();
+  } catch (const support::JsonError& error) {
+    EXPECT_THAT(error.what(), HasSubstr("line 3, column 1"));
+  }
+}
+
+TEST(ValueTest, BooleanMeaningFollowsTheStoredKind) {
+  const std::vector<std::pair<Value, bool>> cases = {
+      {nullptr, false},
+      {true, true},
+      {false, false},
+      {0, false},
+      {2, true},
+      {0.0, false},
+      {0.5, true},
+      {"YES", true},
+      {"true", true},
+      {" \t+007", true},
+      {"-1", true},
+      {"0", false},
+      {"no", false},
+      {"", false},
+      {"  ", false},
+      {"00Y", true},
+      {"+-1", false},
+      {"-0", false},
+      {"on", false},
+      {"1x", true},
+      {Value::List{1}, false},
+      {Value::Map{{"a", 1}}, false},
+  };
+  for (const auto& [value, meaning] : cases) {
+    EXPECT_EQ(value.booleanMeaning(), meaning) << support::writeJson(value);
+  }
+}
+
+TEST(ValueTest, ReadingAnotherKindNamesWhatIsThere) {
+  const Value value = Value::List{};
+  EXPECT_THROW(static_cast<void>(value.string()), ValueTypeError);
+  EXPECT_THROW(static_cast<void>(value.number()), ValueTypeError);
+  try {
+    static_cast<void>(value.map());
+  } catch (const ValueTypeError& error) {
+    EXPECT_STREQ(error.what(), "a map was expected, not a list");
+  }
+}
+
+TEST_F(HostTest, SettingsFilesAreTakenWholeOrTheirProblemIsNamed) {
+  struct Case {
+    std::string content;
+    std::string problem;  // part of it; empty for a file that is taken
+  };
+  const std::vector<Case> cases = {
+      {"{}", ""},
+      {"\xef\xbb\xbf{\"a\":1}", ""},
+      {"", "line 1"},
+      {"{\"a\":1,\n\"b\":}", "line 2"},
+      {"[1]", "one JSON object was expected, not a list"},
+      {"null", "not a null"},
+      {std::string(300 * 1024, ' ') + "{}", "larger than 256 KiB"},
+  };
+  for (const Case& test : cases) {
+    writeSettings("X", test.content);
+    const std::string folder = (bundle() / "X.bundle").string();
+    const auto file = support::readSettingsFile(folder);
+    EXPECT_EQ(file.problem.has_value(), !test.problem.empty()) << test.content.substr(0, 20);
+    if (file.problem) {
+      EXPECT_THAT(*file.problem, testing::StartsWith(folder + "/settings.json: "));
+      EXPECT_THAT(*file.problem, HasSubstr(test.problem));
+      EXPECT_TRUE(file.items.empty());
+    }
+  }
+  EXPECT_FALSE(support::readSettingsFile((scratch() / "nowhere").string()).problem);
+}
+
+TEST_F(HostTest, DebugLogHasItsFrameAndTheLineOfThePlace) {
+  support::debugLog("-[Some place:]", [] { return "text %@ 100%"; });
+  const int line = __LINE__ - 1;
+  EXPECT_EQ(rawLog().at(0), "\n~\nVantamo:\t{ -[Some place:] } { " + std::to_string(line) +
+                                " } \n~~\ntext %@ 100%\n~~~\n\n");
+  EXPECT_EQ(support::withValues("a %@ b %@ c", "%@", "2"), "a %@ b 2 c");
+}
+
+TEST_F(HostTest, EachPlaceReadsTheLevelOnce) {
+  const std::vector<std::pair<const char*, int>> levels = {
+      {"0", 0}, {"", 0}, {"yes", 0}, {"-1", -1}, {"2x", 2}, {" 3", 3}, {"99999999999999", INT_MAX}};
+  for (const auto& [text, level] : levels) {
+    setenv("VANTAMO_DEBUG", text, 1);
+    EXPECT_EQ(support::debugLevelFromEnvironment(), level);
+  }
+  const auto place = [] { support::debugLog("-[A b]", [] { return "x"; }); };
+  setenv("VANTAMO_DEBUG", "0", 1);
+  place();
+  setenv("VANTAMO_DEBUG", "1", 1);
+  place();
+  EXPECT_TRUE(rawLog().empty());
+  unsetenv("VANTAMO_DEBUG");
+  EXPECT_EQ(support::debugLevelFromEnvironment(), 0);
+}
+
+TEST_F(HostTest, GuardedBlockKeepsTheResultReachedSoFar) {
+  const int reached = support::guarded("-[A b]", 1, [](int& result) {
+    result = 2;
+    throw std::runtime_error("why");
+  });
+  EXPECT_EQ(reached, 2);
+  EXPECT_THAT(logTexts(), testing::ElementsAre("Exception: why"));
+  EXPECT_THROW(support::guarded("-[A b]", [] { throw 7; }), int);
+  // A sink that throws harms nobody.
+  overrides.logSink = [](std::string_view) { throw std::runtime_error("sink"); };
+  setPlatformOverrides(overrides);
+  EXPECT_NO_THROW(support::debugLog("-[A b]", [] { return "x"; }));
+  EXPECT_NO_THROW(support::debugLog("-[A b]", []() -> std::string { throw std::bad_alloc(); }));
+}
+
+}  // namespace
+}  // namespace vantamo::test
