@@ -71,8 +71,9 @@ TEST_F(LifecycleTest, StopAndStartAgainKeepTheWatcherAndReadSettingsAfresh) {
   core.settings["VTMod"] = {{"PostMessageUrl", "http://elsewhere/"}, {"AppName", 5}};
   clearLog();
   EXPECT_TRUE(module.start());
-  EXPECT_THAT(logTexts(), Contains("Setting AppName must be a string but is of kind integer; it counts "
-                                   "as absent"));
+  EXPECT_THAT(logTexts(),
+              Contains("Setting AppName must be a string but is of kind integer; it counts "
+                       "as absent"));
   EXPECT_FALSE(module.applicationName());
   EXPECT_FALSE(module.clientId());
   EXPECT_EQ(core.hostNames.size(), 1U);

@@ -1,0 +1,155 @@
+#include <sys/socket.h>
+
+#include "cores/default/curl_transport.h"
+#include "cores/default/request_builder.h"
+#include "tests/kit/collector.h"
+#include "tests/kit/host_test.h"
+#include "vantamo/module_directory.h"
+#include "vantamo/nq_core.h"
+
+namespace vantamo::test {
+namespace {
+
+using core::CurlTransport;
+using core::HttpRequest;
+using core::HttpResult;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Headers = std::vector<std::pair<std::string, std::string>>;
+
+TEST(CurlTransportTest, PostsTheBodyAsItIsOverOneConnection) {
+  setenv("http_proxy", "http://127.0.0.1:1", 1);  // of no concern to this machine itself
+  Collector collector;
+  CurlTransport transport;
+  const std::string body("{\"a\":\"\0\u00e9\"}", 11);
+  for (int i = 0; i < 2; ++i) {
+    const HttpResult result = transport.post({collector.url(), {{"X-A", "1"}}, body});
+    EXPECT_EQ(result.status, 204) << result.error;
+  }
+  const auto received = collector.wait(2);
+  EXPECT_EQ(received.at(1).body, body);
+  EXPECT_EQ(received.at(1).header("X-A"), "1");
+  EXPECT_EQ(received.at(1).header("Expect"), "-");
+  EXPECT_EQ(received.at(0).header("REMOTE_PORT"), received.at(1).header("REMOTE_PORT"));
+}
+
+TEST(CurlTransportTest, OnlyTwoHundredsAreDelivered) {
+  const std::vector<int> statuses = {200, 201, 299, 302, 400, 404, 429, 500, 503};
+  Collector collector([&](std::size_t number) { return statuses.at(number); });
+  CurlTransport transport;
+  for (const int status : statuses) {
+    const HttpResult result = transport.post({collector.url(), {}, "{}"});
+    EXPECT_EQ(result.status, status);  // a redirect is an answer, not a place to go to
+    EXPECT_EQ(result.delivered(), status < 300);
+  }
+}
+
+TEST(CurlTransportTest, WhatCannotBeSentIsAnError) {
+  CurlTransport transport;
+  transport.setTimeouts(std::chrono::seconds(2), std::chrono::seconds(2));
+  for (const std::string url :
+       {"http://127.0.0.1:1/x", "file:///etc/passwd", "ftp://127.0.0.1/x", "gopher://127.0.0.1/",
+        "nonsense", "", "http://", "http://exa mple/", "http://127.0.0.1:99999/"}) {
+    const HttpResult result = transport.post({url, {}, "{}"});
+    EXPECT_EQ(result.status, 0) << url;
+    EXPECT_NE(result.error, "") << url;
+  }
+}
+
+// Accepts connections, into the system's queue, and never answers.
+class SilentServer {
+ public:
+  SilentServer() {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
+    EXPECT_EQ(::bind(socket_, generic, size), 0);
+    EXPECT_EQ(::listen(socket_, 8), 0);
+    EXPECT_EQ(::getsockname(socket_, generic, &size), 0);
+    port_ = ntohs(address.sin_port);
+  }
+  ~SilentServer() { ::close(socket_); }
+  [[nodiscard]] std::string url() const { return "http://127.0.0.1:" + std::to_string(port_); }
+
+ private:
+  int socket_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  int port_ = 0;
+};
+
+TEST(CurlTransportTest, ASilentServerCostsTheTimeLimitAndNoMore) {
+  const SilentServer server;
+  CurlTransport transport;
+  transport.setTimeouts(std::chrono::milliseconds(100), std::chrono::milliseconds(100));
+  EXPECT_EQ(transport.post({server.url(), {}, "{}"}).status, 0);
+
+  transport.setTimeouts(std::chrono::hours(1), std::chrono::hours(1));
+  std::thread host([&transport] { transport.interrupt(); });
+  EXPECT_EQ(transport.post({server.url(), {}, "{}"}).status, 0);
+  host.join();
+  EXPECT_EQ(transport.post({server.url(), {}, "{}"}).status, 0);
+}
+
+// A module whose headers are of every sort.
+class HeaderModule final : public NQLifecycleObject {
+ public:
+  bool enable() override { return true; }
+  bool disable() override { return true; }
+  [[nodiscard]] bool isEnabled() const override { return true; }
+  std::optional<std::string> settingsBundlePath() override { return {}; }
+  [[nodiscard]] bool respondsTo(NQOptionalOperation operation) const override {
+    return operation == NQOptionalOperation::addCookiesToRequest || offersHeaders;
+  }
+  Value::Map httpHeadersForSessionId(Text sessionId, Text json) override {
+    EXPECT_FALSE(sessionId.present());
+    if (json.view() == "throw") throw 7;
+    return {{"X-Body", json.view()},
+            {"X-Bad", "a\r\nEvil: 1"},
+            {"X Bad", "1"},
+            {"", "1"},
+            {"X-Number", 1}};
+  }
+  void addCookiesToRequest(NQRequest& request) override {
+    request.headers.set("Cookie", "of=" + request.url);
+  }
+
+  bool offersHeaders = true;
+};
+
+HeaderModule& headerModule() {
+  static HeaderModule module;
+  return module;
+}
+
+TEST_F(HostTest, RequestsCarryWhatIsUsableOfTheModulesHeaders) {
+  registerModuleClass("M", []() -> NQLifecycleObject& { return headerModule(); });
+  core::SettingsStore settings;
+  core::RequestBuilder builder(settings);
+  EXPECT_FALSE(builder.requestFor({1, "id", "M", "body"}));
+  writeSettings("M", R"({"PostMessageUrl":7})");
+  settings.load("M", (bundle() / "M.bundle").string());
+  EXPECT_FALSE(builder.requestFor({1, "id", "M", "body"}));
+
+  writeSettings("M", R"({"PostMessageUrl":"http://h"})");
+  settings.load("M", (bundle() / "M.bundle").string());
+  builder.setUserAgent("Agent");
+  const Headers own = {
+      {"Content-Type", "application/json"}, {"Idempotency-Key", "id"}, {"User-Agent", "Agent"}};
+  const auto headersOf = [&](const std::string& body) {
+    Headers headers = builder.requestFor({1, "id", "M", body})->headers;
+    EXPECT_EQ(Headers(headers.begin(), headers.begin() + 3), own);
+    headers.erase(headers.begin(), headers.begin() + 3);
+    return headers;
+  };
+  using Header = std::pair<std::string, std::string>;
+  EXPECT_THAT(headersOf("b"), ElementsAre(Header("X-Body", "b"), Header("Cookie", "of=http://h")));
+  headerModule().offersHeaders = false;
+  EXPECT_THAT(headersOf("b"), ElementsAre(Header("Cookie", "of=http://h")));
+  headerModule().offersHeaders = true;
+  EXPECT_TRUE(headersOf("throw").empty());
+  EXPECT_THAT(logTexts(), testing::Contains("The module's headers could not be had"));
+}
+
+}  // namespace
+}  // namespace vantamo::test
