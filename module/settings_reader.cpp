@@ -10,8 +10,8 @@ std::optional<std::string> stringItem(std::string_view operation, std::string_vi
   if (!item || item->isNull()) return {};
   if (const std::string* text = item->ifString()) return *text;
   support::debugLog(operation, [&] {
-    return support::withValues("Setting %@ must be a string but is of kind %@; it counts as absent", key,
-                               item->kind());
+    return support::withValues("Setting %@ must be a string but is of kind %@; it counts as absent",
+                               key, item->kind());
   });
   return {};
 }

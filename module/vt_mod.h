@@ -46,7 +46,7 @@ class VTMod final : public NQLifecycleObject {
   bool enable() override;
   bool disable() override;
   [[nodiscard]] bool isEnabled() const override { return bModuleEnabled_; }
-  [[nodiscard]] std::string_view name() const { return moduleName; }
+  [[nodiscard]] static std::string_view name() { return moduleName; }
   std::optional<std::string> settingsBundlePath() override;
   /// "" while the module is not enabled.
   std::string sessionId();

@@ -58,7 +58,7 @@ class Locked {
 
  private:
   mutable Mutex mutex_;
-  T value_ VANTAMO_GUARDED_BY(mutex_);
+  T value_ VANTAMO_GUARDED_BY(mutex_){};
 };
 
 }  // namespace vantamo::platform

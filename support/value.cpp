@@ -48,7 +48,7 @@ bool ValueMap::empty() const noexcept { return entries_.empty(); }
 ValueMap::const_iterator ValueMap::begin() const noexcept { return entries_.begin(); }
 ValueMap::const_iterator ValueMap::end() const noexcept { return entries_.end(); }
 
-bool operator==(const ValueMap& a, const ValueMap& b) noexcept {
+bool operator==(const ValueMap& a, const ValueMap& b) {
   return a.size() == b.size() && std::ranges::all_of(a, [&b](const ValueMap::Entry& entry) {
            const Value* other = b.find(entry.key);
            return other != nullptr && *other == entry.value;

@@ -64,7 +64,7 @@ struct EventFormat {
   std::string_view facadeOperation;
   std::string_view moduleOperation;
   /// `tid`.
-  int code;
+  int code = 0;
   std::span<const Field<Event>> fields;
   std::span<const FixedValue> leading = {};
   std::span<const FixedValue> trailing = {};

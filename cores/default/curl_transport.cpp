@@ -26,7 +26,7 @@ Slist headerList(const HttpRequest& request) {
     list.reset(extended);
   };
   for (const auto& [name, value] : request.headers) {
-    append(value.empty() ? name + ";" : name + ": " + value);
+    append(value.empty() ? name + ";" : std::string(name).append(": ").append(value));
   }
   append("Expect:");  // a body of this size is not worth a round trip of asking
   return list;

@@ -79,7 +79,7 @@ HostResolver::Answer HostResolver::answer() const {
 
 int HostResolver::fd() const { return state_->ended.get(); }
 
-bool HostResolver::takeEnd() {
+bool HostResolver::takeEnd() const {
   eventfd_t count = 0;
   return ::eventfd_read(fd(), &count) == 0;
 }

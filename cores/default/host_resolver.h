@@ -30,7 +30,7 @@ class HostResolver {
   /// Becomes readable when a look-up has ended.
   [[nodiscard]] int fd() const;
   /// Takes that back; true when a look-up has ended since the last call.
-  bool takeEnd();
+  bool takeEnd() const;
 
  private:
   struct State;

@@ -71,7 +71,7 @@ std::optional<NetworkAddress> sourceAddressFor(const NetworkAddress& destination
 }
 
 struct RouteScan {
-  const ifaddrs* interfaces;
+  const ifaddrs* interfaces = nullptr;
   long long best = NQReachability::notReachable;
 };
 

@@ -22,7 +22,7 @@ int NetworkWatcher::fd() const { return mnl_socket_get_fd(socket_.get()); }
 
 // What changed does not matter: the state is read anew after any change. An overrun therefore loses
 // nothing, it is a change itself.
-bool NetworkWatcher::takeChanges() {
+bool NetworkWatcher::takeChanges() const {
   bool changed = false;
   std::array<char, 8192> buffer{};
   for (;;) {

@@ -15,7 +15,7 @@ class NetworkWatcher {
   /// Becomes readable when something has changed.
   [[nodiscard]] int fd() const;
   /// Takes in whatever was reported; true when that was anything, or more than could be kept.
-  bool takeChanges();
+  bool takeChanges() const;
 
  private:
   struct Close {

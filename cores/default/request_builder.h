@@ -17,7 +17,7 @@ class RequestBuilder {
  public:
   explicit RequestBuilder(const SettingsStore& settings) : settings_(settings) {}
 
-  void setUserAgent(std::string userAgent) { userAgent_.set(std::move(userAgent)); }
+  void setUserAgent(const std::string& userAgent) { userAgent_.set(userAgent); }
 
   /// The request, to where the settings point now; nothing while they name no endpoint.
   [[nodiscard]] std::optional<HttpRequest> requestFor(const QueuedMessage& message) const;

@@ -21,6 +21,7 @@ class NotificationCenter {
 
   NotificationCenter(const NotificationCenter&) = delete;
   NotificationCenter& operator=(const NotificationCenter&) = delete;
+  ~NotificationCenter() = delete;
 
   /// Calls `handler` at each later post of `name`, until `observer` is removed.
   void addObserver(const void* observer, std::string_view name, Handler handler);
@@ -32,7 +33,6 @@ class NotificationCenter {
 
  private:
   NotificationCenter();
-  ~NotificationCenter() = delete;
 
   struct State;
   std::unique_ptr<State> state_;

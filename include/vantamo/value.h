@@ -51,7 +51,7 @@ class ValueMap {
   [[nodiscard]] const_iterator end() const noexcept;
 
   /// Equal when both hold equal values under the same keys; order does not matter.
-  friend bool operator==(const ValueMap& a, const ValueMap& b) noexcept;
+  friend bool operator==(const ValueMap& a, const ValueMap& b);
 
  private:
   std::vector<Entry> entries_;
@@ -114,7 +114,7 @@ class Value {
     return std::visit(std::forward<Visitor>(visitor), data_);
   }
 
-  friend bool operator==(const Value& a, const Value& b) noexcept { return a.data_ == b.data_; }
+  friend bool operator==(const Value& a, const Value& b) { return a.data_ == b.data_; }
 
  private:
   template <class Alternative>
