@@ -98,14 +98,15 @@ TEST_F(HostTest, QueueFileSurvivesItsProcessAndIsPrivate) {
 }
 
 TEST_F(HostTest, UnusableQueueFilesAreRefused) {
-  EXPECT_THROW(core::openSqliteQueue("/proc/nowhere"), std::exception);
+  const auto open = [](const std::string& folder) { return core::openSqliteQueue(folder); };
+  EXPECT_THROW(open("/proc/nowhere"), std::exception);
   const auto folder = scratch() / "broken";
   std::filesystem::create_directories(folder);
   std::ofstream(folder / "queue.sqlite") << std::string(5000, 'x');
-  EXPECT_THROW(core::openSqliteQueue(folder.string()), std::exception);
+  EXPECT_THROW(open(folder.string()), std::exception);
   std::filesystem::remove(folder / "queue.sqlite");
   std::filesystem::create_symlink(scratch() / "elsewhere", folder / "queue.sqlite");
-  EXPECT_THROW(core::openSqliteQueue(folder.string()), std::exception);
+  EXPECT_THROW(open(folder.string()), std::exception);
   EXPECT_FALSE(std::filesystem::exists(scratch() / "elsewhere"));
 }
 
