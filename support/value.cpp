@@ -106,7 +106,7 @@ double Value::number() const {
   failRead("number", *this);
 }
 
-bool Value::booleanMeaning() const noexcept { return visit(BooleanMeaning()); }
+bool Value::booleanMeaning() const { return visit(BooleanMeaning()); }
 
 std::string_view Value::kind() const noexcept {
   static constexpr std::array<std::string_view, 7> names = {"null",   "boolean", "integer", "real",

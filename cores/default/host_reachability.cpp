@@ -62,8 +62,9 @@ struct HostReachability::Watch {
   Watch(std::shared_ptr<const Host> watched, const void* watcher)
       : host(std::move(watched)), sender(watcher), stop(::eventfd(0, EFD_CLOEXEC)) {
     if (!stop) throw std::system_error(errno, std::generic_category(), "reachability");
-    if (host->resolver) host->resolver->lookUp();
+    // Taken before the look-up begins, so that its end is a change however soon it comes.
     last = host->status();
+    if (host->resolver) host->resolver->lookUp();
   }
 
   // Each round waits for a change, then tells when the status is another one.

@@ -104,7 +104,7 @@ class Value {
 
   /// The boolean meaning of whatever is held: a number other than 0; a string that, after leading
   /// blanks, a sign and zeros, begins with one of Y y T t 1-9; otherwise false.
-  [[nodiscard]] bool booleanMeaning() const noexcept;
+  [[nodiscard]] bool booleanMeaning() const;
   /// "null", "boolean", "integer", "real", "string", "list" or "map", for messages.
   [[nodiscard]] std::string_view kind() const noexcept;
 

@@ -1,7 +1,5 @@
 // The facade, the module and the real default core against a local endpoint.
 
-#include <sys/wait.h>
-
 #include "tests/kit/collector.h"
 #include "tests/kit/host_test.h"
 #include "vantamo/default_core.h"
@@ -61,32 +59,6 @@ TEST_F(EndToEndTest, FailedAttemptsAreRepeatedInOrderUnderTheSameKey) {
   EXPECT_THAT(keys(received, "eid"), ElementsAre("1", "1", "1", "1", "2"));
   EXPECT_EQ(received[0].header("Idempotency-Key"), received[3].header("Idempotency-Key"));
   EXPECT_TRUE(default_core::drain(seconds(20)));
-}
-
-TEST_F(EndToEndTest, MessagesOutliveTheProcessThatTookThem) {
-  int port = 0;
-  {
-    Collector collector;
-    port = collector.port();
-    writeSettings("VTMod", collector.settings());
-  }  // nobody listens now
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    const bool taken = Vantamo::startup() && fire("1") && fire("2");
-    _exit(taken && default_core::undeliveredMessageCount() == 2 ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_EQ(status, 0);
-  Collector collector([](std::size_t) { return 204; }, port);
-  ASSERT_EQ(collector.port(), port);
-  ASSERT_TRUE(Vantamo::startup());
-  fire("3");
-  const auto received = collector.wait(3);
-  EXPECT_THAT(keys(received, "eid"), ElementsAre("1", "2", "3"));
-  EXPECT_EQ(received[0].key("cjuid"), received[2].key("cjuid"));
-  EXPECT_NE(received[0].key("cjsid"), received[2].key("cjsid"));
 }
 
 TEST_F(EndToEndTest, ManualPostingWaitsForTheFlush) {

@@ -3,29 +3,25 @@
 
 #include "cores/default/core_settings.h"
 #include "cores/default/retry_policy.h"
-#include "cores/default/user_agent.h"
 
 namespace vantamo::core {
-namespace {
-
 using std::chrono::milliseconds;
 using testing::HasSubstr;
 
 TEST(RetryPolicyTest, GrowsToItsCapWithFullJitter) {
   const RetryPolicy policy{milliseconds(1000), milliseconds(900000)};
-  struct Case {
-    unsigned failures;
-    double uniform;
-    int delay;
+  const auto delay = [&](unsigned failures, double uniform) {
+    return retryDelay(policy, failures, uniform).count();
   };
-  const std::vector<Case> cases = {
-      {1, 1, 1000},    {2, 1, 2000},     {3, 0.5, 2000}, {10, 1, 512000},
-      {11, 1, 900000}, {11, 0.1, 90000}, {5, 0, 0},      {4000000000U, 1, 900000},
-      {0, 1, 1000},    {1, 7, 1000},     {1, -1, 0}};
-  for (const Case& test : cases) {
-    EXPECT_EQ(retryDelay(policy, test.failures, test.uniform).count(), test.delay)
-        << test.failures << " failures";
-  }
+  std::vector<milliseconds::rep> longest;
+  for (unsigned failures = 0; failures <= 12; ++failures) longest.push_back(delay(failures, 1));
+  EXPECT_THAT(longest, testing::ElementsAre(1000, 1000, 2000, 4000, 8000, 16000, 32000, 64000,
+                                            128000, 256000, 512000, 900000, 900000));
+  EXPECT_EQ(delay(4000000000U, 1), 900000);
+  EXPECT_EQ(delay(3, 0.5), 2000);
+  EXPECT_EQ(delay(5, 0), 0);
+  EXPECT_EQ(delay(1, 7), 1000);
+  EXPECT_EQ(delay(1, -1), 0);
 }
 
 TEST(CoreSettingsTest, ValidItemsAreTaken) {
@@ -48,39 +44,28 @@ TEST(CoreSettingsTest, ValidItemsAreTaken) {
 }
 
 TEST(CoreSettingsTest, InvalidItemsAreNamedAndLeaveTheDefault) {
-  const std::vector<std::pair<std::string, Value>> cases = {{"ManualPostEnabled", "YES"},
-                                                            {"ApplicationId", "../up"},
-                                                            {"ApplicationId", ".hidden"},
-                                                            {"ApplicationId", ""},
-                                                            {"ApplicationId", 5},
-                                                            {"UserAgent", "a\r\nEvil: 1"},
-                                                            {"UserAgent", "\u00e9"},
-                                                            {"RetryBaseSeconds", 0},
-                                                            {"RetryBaseSeconds", 3601},
-                                                            {"RetryBaseSeconds", true},
-                                                            {"RetryBaseSeconds", "1"},
-                                                            {"RetryCapSeconds", 0.5},
-                                                            {"RetryCapSeconds", 86401},
-                                                            {"ConnectTimeoutSeconds", -1},
-                                                            {"RequestTimeoutSeconds", 1e300}};
+  const std::map<std::string, Value::List> cases = {
+      {"ManualPostEnabled", {"YES"}},
+      {"ApplicationId", {"../up", ".hidden", "", 5, std::string(101, 'x')}},
+      {"UserAgent", {"a\r\nEvil: 1", "\u00e9", ""}},
+      {"RetryBaseSeconds", {0, 3601, true, "1"}},
+      {"RetryCapSeconds", {0.5, 86401}},
+      {"ConnectTimeoutSeconds", {-1}},
+      {"RequestTimeoutSeconds", {1e300}}};
   const CoreSettings defaults;
-  for (const auto& [key, value] : cases) {
-    const auto parsed = parseCoreSettings({{key, value}});
-    ASSERT_EQ(parsed.complaints.size(), 1U) << key;
-    EXPECT_THAT(parsed.complaints.front(), HasSubstr("NQCore.bundle/settings.json: " + key + " "));
-    EXPECT_FALSE(parsed.settings.manualPost || parsed.settings.applicationId ||
-                 parsed.settings.userAgent);
-    EXPECT_EQ(parsed.settings.retry.base, defaults.retry.base);
-    EXPECT_EQ(parsed.settings.retry.cap, defaults.retry.cap);
-    EXPECT_EQ(parsed.settings.requestTimeout, defaults.requestTimeout);
+  for (const auto& [key, values] : cases) {
+    for (const Value& value : values) {
+      const auto [settings, complaints] = parseCoreSettings({{key, value}});
+      ASSERT_EQ(complaints.size(), 1U) << key;
+      EXPECT_THAT(complaints[0], HasSubstr("NQCore.bundle/settings.json: " + key + " "));
+      EXPECT_FALSE(settings.manualPost || settings.applicationId || settings.userAgent);
+      EXPECT_EQ(settings.retry.base, defaults.retry.base);
+      EXPECT_EQ(settings.retry.cap, defaults.retry.cap);
+      EXPECT_EQ(settings.requestTimeout, defaults.requestTimeout);
+    }
   }
   EXPECT_THAT(parseCoreSettings({{"RetryCapSeconds", 0}}).complaints.front(),
               HasSubstr("a number of seconds from 1 to 86400; the default of 900 holds"));
 }
 
-TEST(UserAgentTest, NamesCoreAndSystem) {
-  EXPECT_THAT(defaultUserAgent(), testing::MatchesRegex("NQCore/[0-9.]+ \\(.+; .+\\)"));
-}
-
-}  // namespace
 }  // namespace vantamo::core

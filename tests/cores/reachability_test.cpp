@@ -16,23 +16,13 @@ using core::HostReachability;
 using std::chrono::seconds;
 
 TEST(NetworkStateTest, LoopbackHostsAreKnownByName) {
-  const std::vector<std::pair<std::string, bool>> cases = {{"localhost", true},
-                                                           {"LOCALHOST.", true},
-                                                           {"app.localhost", true},
-                                                           {"127.0.0.1", true},
-                                                           {"127.9.9.9", true},
-                                                           {"::1", true},
-                                                           {"localhost.com", false},
-                                                           {"::ffff:127.0.0.1", true},
-                                                           {"notlocalhost", false},
-                                                           {"128.0.0.1", false},
-                                                           {"", false},
-                                                           {"::2", false}};
-  for (const auto& [host, loopback] : cases) {
-    EXPECT_EQ(core::isLoopbackHost(host), loopback) << host;
+  for (const char* host : {"localhost", "LOCALHOST.", "app.localhost", "127.0.0.1", "127.9.9.9",
+                           "::1", "::ffff:127.0.0.1"}) {
+    EXPECT_TRUE(core::isLoopbackHost(host)) << host;
   }
-  EXPECT_FALSE(core::literalAddress("tags.example"));
-  EXPECT_TRUE(core::literalAddress("fe80::1"));
+  for (const char* host : {"localhost.com", "notlocalhost", "128.0.0.1", "", "::2"}) {
+    EXPECT_FALSE(core::isLoopbackHost(host)) << host;
+  }
 }
 
 TEST(HostReachabilityTest, LoopbackIsReachableAtOnce) {
@@ -122,39 +112,11 @@ TEST(HostReachabilityTest, FollowsAddressesRoutesAndLinks) {
 }
 
 TEST(HostReachabilityTest, ANameThatCannotBeFoundIsNotReachable) {
-  inEmptyNetwork([] {
-    HostReachability watcher("tags.invalid", [](long long) {});
-    EXPECT_EQ(watcher.currentReachabilityStatus(), 0);  // there is no route, whatever the name is
-    EXPECT_TRUE(watcher.startNotifier());
-    EXPECT_EQ(watcher.currentReachabilityStatus(), 0);
-    EXPECT_TRUE(watcher.stopNotifier());
-  });
   HostReachability watcher("tags.invalid", [](long long) {});
   if (watcher.currentReachabilityStatus() == 0) GTEST_SKIP() << "this machine has no network";
   Listener listener(watcher);
   EXPECT_TRUE(watcher.startNotifier());
   EXPECT_TRUE(listener.waitFor(0));
-}
-
-TEST(HostReachabilityTest, AHandlerMayStopItsWatcher) {
-  inEmptyNetwork([] {
-    std::mutex mutex;
-    std::condition_variable stopped;
-    bool done = false;
-    HostReachability watcher("192.0.2.9", [&](long long) {
-      EXPECT_TRUE(watcher.stopNotifier());
-      const std::scoped_lock lock(mutex);
-      done = true;
-      stopped.notify_all();
-    });
-    EXPECT_TRUE(watcher.startNotifier());
-    if (run("ip link add v0 type veth peer name v1 && ip addr add 192.0.2.1/24 dev v0 && "
-            "ip link set v0 up && ip link set v1 up") != 0) {
-      _exit(77);
-    }
-    std::unique_lock lock(mutex);
-    EXPECT_TRUE(stopped.wait_for(lock, seconds(20), [&] { return done; }));
-  });
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <deque>
 
-#include "cores/default/sender_worker.h"
 #include "tests/kit/host_test.h"
 
 namespace vantamo::test {
@@ -170,31 +169,6 @@ TEST_F(SenderTest, AQueueThatFailsIsTriedAgainAndNothingGoesTwice) {
   EXPECT_EQ(runOut(), -1);
   EXPECT_THAT(transport.bodies, ElementsAre("1", "2"));
   EXPECT_THAT(logTexts(), testing::Contains(testing::HasSubstr("cannot write")));
-}
-
-TEST_F(SenderTest, WorkerStepsWhenWokenAndStopsAtOnce) {
-  core::SenderWorker worker(sender);
-  worker.start();
-  worker.start();
-  for (const char* body : {"1", "2", "3"}) {
-    post({body});
-    worker.wake();
-  }
-  const auto deadline = Sender::Clock::now() + std::chrono::seconds(20);
-  const auto waitUntilEmpty = [&] {
-    for (auto seen = worker.progress(); queue.size() > 0; seen = worker.progress()) {
-      ASSERT_TRUE(worker.waitForProgress(seen, deadline));
-    }
-  };
-  waitUntilEmpty();
-  EXPECT_FALSE(worker.waitForProgress(worker.progress() + 5, Sender::Clock::now()));
-  EXPECT_TRUE(worker.stop(std::chrono::seconds(20)));
-  EXPECT_TRUE(worker.stop(std::chrono::seconds(20)));
-  post({"4"});
-  worker.start();
-  waitUntilEmpty();
-  EXPECT_TRUE(worker.stop(std::chrono::seconds(20)));
-  EXPECT_THAT(transport.bodies, ElementsAre("1", "2", "3", "4"));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include <sys/socket.h>
+#include <future>
 
 #include "cores/default/curl_transport.h"
 #include "cores/default/request_builder.h"
@@ -56,39 +56,26 @@ TEST(CurlTransportTest, WhatCannotBeSentIsAnError) {
   }
 }
 
-// Accepts connections, into the system's queue, and never answers.
-class SilentServer {
- public:
-  SilentServer() {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    auto* generic = reinterpret_cast<sockaddr*>(&address);
-    EXPECT_EQ(::bind(socket_, generic, size), 0);
-    EXPECT_EQ(::listen(socket_, 8), 0);
-    EXPECT_EQ(::getsockname(socket_, generic, &size), 0);
-    port_ = ntohs(address.sin_port);
-  }
-  ~SilentServer() { ::close(socket_); }
-  [[nodiscard]] std::string url() const { return "http://127.0.0.1:" + std::to_string(port_); }
-
- private:
-  int socket_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  int port_ = 0;
-};
-
 TEST(CurlTransportTest, ASilentServerCostsTheTimeLimitAndNoMore) {
-  const SilentServer server;
+  std::promise<void> end;
+  const auto ended = end.get_future().share();
+  Collector collector([ended](std::size_t) {
+    ended.wait();
+    return 204;
+  });
   CurlTransport transport;
   transport.setTimeouts(std::chrono::milliseconds(100), std::chrono::milliseconds(100));
-  EXPECT_EQ(transport.post({server.url(), {}, "{}"}).status, 0);
+  EXPECT_EQ(transport.post({collector.url(), {}, "{}"}).status, 0);
 
   transport.setTimeouts(std::chrono::hours(1), std::chrono::hours(1));
-  std::thread host([&transport] { transport.interrupt(); });
-  EXPECT_EQ(transport.post({server.url(), {}, "{}"}).status, 0);
+  std::thread host([&] {
+    static_cast<void>(collector.wait(2));
+    transport.interrupt();
+  });
+  EXPECT_EQ(transport.post({collector.url(), {}, "{}"}).status, 0);
   host.join();
-  EXPECT_EQ(transport.post({server.url(), {}, "{}"}).status, 0);
+  EXPECT_EQ(transport.post({collector.url(), {}, "{}"}).status, 0);
+  end.set_value();
 }
 
 // A module whose headers are of every sort.

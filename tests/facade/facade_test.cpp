@@ -1,8 +1,6 @@
 #include "tests/kit/module_test.h"
 
 namespace vantamo::test {
-namespace {
-
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -28,24 +26,6 @@ TEST_F(ModuleTest, StartupLogsTheVersionUnderItsOwnName) {
   EXPECT_TRUE(Vantamo::startup());
   EXPECT_EQ(log().at(0).operation, "+[Vantamo startup]");
   EXPECT_EQ(log().at(0).text, "Starting Vantamo SDK Version: 1.1.28");
-}
-
-TEST_F(ModuleTest, LifeOfAHost) {
-  EXPECT_FALSE(Vantamo::startNewSession());
-  EXPECT_FALSE(Vantamo::shutdown());
-  EXPECT_EQ(Vantamo::sessionId() + Vantamo::visitorId(), "");
-  EXPECT_TRUE(Vantamo::startup());
-  const std::string session = Vantamo::sessionId();
-  EXPECT_TRUE(Vantamo::startNewSession());
-  EXPECT_NE(Vantamo::sessionId(), session);
-  EXPECT_TRUE(Vantamo::activateClientId("9"));
-  EXPECT_TRUE(Vantamo::firePageView({.pageId = "p"}));
-  EXPECT_TRUE(Vantamo::resetToDefaultClientId());
-  EXPECT_TRUE(Vantamo::firePageView({.pageId = "p"}));
-  EXPECT_THAT(posted("ci"), ElementsAre("9", "123"));
-  EXPECT_THAT(posted("tid"), ElementsAre("6", "1"));
-  EXPECT_TRUE(Vantamo::shutdown());
-  EXPECT_FALSE(Vantamo::firePageView({.pageId = "p"}));
 }
 
 TEST_F(ModuleTest, AdvertisingIdIsCopiedAndNotGuarded) {
@@ -102,5 +82,4 @@ TEST_F(ModuleTest, ExceptionsEndInTheFacadeAndOthersPass) {
   EXPECT_THAT(posted("eid"), ElementsAre("e", "e", "f"));
 }
 
-}  // namespace
 }  // namespace vantamo::test

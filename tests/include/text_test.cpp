@@ -34,14 +34,13 @@ TEST(TextListTest, AbsentEmptyAndFilledFromManySources) {
   }
   const std::vector<std::string> empty;
   EXPECT_TRUE(TextList(empty).present());
-  const std::vector<std::string> strings = {"a", "b"};
   const std::array<const char*, 2> pointers = {"a", "b"};
-  const std::optional<std::vector<std::string>> something = strings;
-  const std::vector<std::optional<std::string>> gaps = {"a", std::nullopt};
-  for (const TextList& list : {TextList(strings), TextList(pointers), TextList(something)}) {
+  const std::optional<std::vector<std::string>> strings = {{"a", "b"}};
+  for (const TextList& list : {TextList(pointers), TextList(strings), TextList(*strings)}) {
     ASSERT_EQ(list.size(), 2U);
     EXPECT_EQ(list[1], "b");
   }
+  const std::vector<std::optional<std::string>> gaps = {"a", std::nullopt};
   EXPECT_EQ(TextList(gaps)[1], "");
 }
 

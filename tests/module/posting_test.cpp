@@ -32,41 +32,28 @@ TEST_F(PostingTest, OfflineTagsWaitInOrderAndLeaveWithTheNextOne) {
   EXPECT_EQ(core.messages.at(0).moduleName, "VTMod");
 }
 
-TEST_F(PostingTest, BufferKeepsTheNewestTen) {
-  core.changeReachability(5);  // an unknown status is no network
-  for (int i = 1; i <= 12; ++i) fire(std::to_string(i));
-  core.changeReachability(1);
-  fire("13");
-  EXPECT_THAT(posted("eid"), ElementsAre("4", "5", "6", "7", "8", "9", "10", "11", "12", "13"));
-}
-
 TEST_F(PostingTest, SettingsAreReadAtEveryPostAndReadDifferently) {
-  struct Case {
-    Value value;
-    bool capturesAll;
-    bool flushes;
-  };
-  const std::vector<Case> cases = {
-      {nullptr, false, false}, {true, true, true},
-      {false, false, false},   {1, true, true},
-      {0, false, false},       {0.5, true, true},
-      {"YES", true, false},    {"no", false, false},
-      {"1", true, false},      {Value::List{1}, false, false},
-  };
-  for (const Case& test : cases) {
-    core.messages.clear();
-    core.settings["VTMod"].set("CaptureAllOfflineTags", test.value);
-    core.settings["NQCore"].set("ManualPostEnabled", test.value);
-    core.changeReachability(0);
-    EXPECT_EQ(fire("offline"), test.capturesAll);
-    EXPECT_EQ(core.messages.size(), test.capturesAll ? 1U : 0U);
-    core.changeReachability(1);
-    clearLog();
-    const int flushes = core.calls.flushQueues;
-    EXPECT_TRUE(fire("online"));
-    EXPECT_EQ(core.calls.flushQueues - flushes, test.flushes ? 1 : 0);
-    EXPECT_THAT(logTexts(),
-                Contains(test.flushes ? "Manually posting tag" : "Queued Tag with NQCore"));
+  // Each value, and which of the two settings it turns on.
+  const std::map<std::string, Value::List> cases = {
+      {"both", {true, 1, 0.5}},
+      {"capture all", {"YES", "1"}},
+      {"none", {nullptr, false, 0, "no", Value::List{1}}}};
+  for (const auto& [on, values] : cases) {
+    for (const Value& value : values) {
+      core.messages.clear();
+      core.settings["VTMod"].set("CaptureAllOfflineTags", value);
+      core.settings["NQCore"].set("ManualPostEnabled", value);
+      core.changeReachability(0);
+      EXPECT_EQ(fire("offline"), on != "none");
+      EXPECT_EQ(core.messages.size(), on != "none" ? 1U : 0U);
+      core.changeReachability(1);
+      clearLog();
+      const int flushes = core.calls.flushQueues;
+      EXPECT_TRUE(fire("online"));
+      EXPECT_EQ(core.calls.flushQueues - flushes, on == "both" ? 1 : 0);
+      EXPECT_THAT(logTexts(),
+                  Contains(on == "both" ? "Manually posting tag" : "Queued Tag with NQCore"));
+    }
   }
 }
 

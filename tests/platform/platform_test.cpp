@@ -7,12 +7,9 @@
 #include "platform/sha1.h"
 #include "platform/url_host.h"
 #include "tests/kit/host_test.h"
-#include "vantamo/module_directory.h"
 #include "vantamo/notification_center.h"
 
 namespace vantamo::test {
-namespace {
-
 TEST(UrlHostTest, FindsTheHostOrSaysThatThereIsNone) {
   const std::vector<std::pair<std::string, std::optional<std::string>>> cases = {
       {"https://tags.example/collect", "tags.example"},
@@ -93,7 +90,4 @@ TEST(NotificationCenterTest, HandlersHearUntilTheirObserverIsRemoved) {
   EXPECT_EQ(heard, "abb");
 }
 
-TEST(ModuleDirectoryTest, UnknownNamesHaveNoClass) { EXPECT_EQ(moduleClass("Nobody"), nullptr); }
-
-}  // namespace
 }  // namespace vantamo::test

@@ -19,27 +19,20 @@ std::vector<int> held(const VTTagsRingBuffer& buffer) {
 }
 
 TEST(RingBufferTest, OverflowDropsOneEntryPerAdd) {
-  struct Case {
-    bool dropsOldest;
-    std::size_t capacityAfterTen;
-    int added;
-    std::vector<int> left;
-  };
-  const std::vector<Case> cases = {
+  // Whether the oldest is dropped, the capacity from the eleventh add on, the number of adds.
+  const std::vector<std::tuple<bool, std::size_t, int, std::vector<int>>> cases = {
       {true, 10, 11, {2, 3, 4, 5, 6, 7, 8, 9, 10, 11}},
       {false, 10, 12, {1, 2, 3, 4, 5, 6, 7, 8, 9, 12}},
       {true, 3, 11, {2, 3, 4, 5, 6, 7, 8, 9, 10, 11}},
-      {true, 20, 11, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}},
-  };
-  for (const Case& test : cases) {
+      {true, 20, 11, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}}};
+  for (const auto& [dropsOldest, capacity, added, left] : cases) {
     VTTagsRingBuffer buffer;
-    EXPECT_TRUE(buffer.firstPageView());
-    buffer.setRemoveFirstOnOverflow(test.dropsOldest);
-    for (int i = 1; i <= test.added; ++i) {
-      if (i == 11) buffer.setMaxTagsCount(test.capacityAfterTen);
+    buffer.setRemoveFirstOnOverflow(dropsOldest);
+    for (int i = 1; i <= added; ++i) {
+      if (i == 11) buffer.setMaxTagsCount(capacity);
       buffer.addObject(tag(i));
     }
-    EXPECT_EQ(held(buffer), test.left);
+    EXPECT_EQ(held(buffer), left);
   }
 }
 

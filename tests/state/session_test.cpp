@@ -45,12 +45,9 @@ TEST_F(SessionTest, FirstLaunchWritesBothIdsForThisUserOnly) {
 }
 
 TEST_F(SessionTest, WhatTheFileHoldsDecidesTheVisitor) {
-  struct Case {
-    std::string content;
-    std::string visitor;  // as a pattern
-  };
   const std::string known = "1234567890123456";
-  const std::vector<Case> cases = {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      // content, pattern of the id
       {R"({"cjuid":"1234567890123456","cjsid":"1"})", known},
       {R"({"cjuid":"x"})", "x"},
       {R"({"cjuid":""})", newVisitor},
@@ -63,11 +60,11 @@ TEST_F(SessionTest, WhatTheFileHoldsDecidesTheVisitor) {
       {std::string(100000, '['), newVisitor},
       {std::string(70000, ' ') + "{}", newVisitor},
   };
-  for (const Case& test : cases) {
-    SCOPED_TRACE(test.content.substr(0, 60));
-    writeFile(test.content);
+  for (const auto& [content, visitor] : cases) {
+    SCOPED_TRACE(content.substr(0, 60));
+    writeFile(content);
     const VTModSession session;
-    EXPECT_THAT(*session.cjuid(), MatchesRegex(test.visitor));
+    EXPECT_THAT(*session.cjuid(), MatchesRegex(visitor));
     EXPECT_NE(*session.cjsid(), "1");
     const Value written = support::parseJson(readFile());
     EXPECT_EQ(written.map().stringAt("cjuid"), *session.cjuid());

@@ -1,4 +1,7 @@
 #include "support/debug_log.h"
+
+#include <array>
+
 #include "support/guarded.h"
 #include "support/json.h"
 #include "support/settings_file.h"
@@ -6,34 +9,26 @@
 #include "tests/kit/host_test.h"
 
 namespace vantamo::test {
-namespace {
-
+using testing::AllOf;
 using testing::HasSubstr;
 
 TEST(UtfTest, EachIllFormedSequenceIsOneReplacement) {
-  struct Case {
-    std::string text;
-    std::string repaired;
-    std::size_t units;
-  };
   const std::string mark = "\uFFFD";
-  const std::vector<Case> cases = {
-      {"", "", 0},
-      {"abc", "abc", 3},
-      {"\u00e9\u20ac", "\u00e9\u20ac", 2},
-      {"\U0001F600", "\U0001F600", 2},
-      {std::string("a\0b", 3), std::string("a\0b", 3), 3},
-      {"\xff", mark, 1},
-      {"a\xe2\x82", "a" + mark, 2},
-      {"\xe2\x82x", mark + "x", 2},
-      {"\xc0\x80", mark, 1},      // overlong
-      {"\xed\xa0\x80", mark, 1},  // a surrogate
-      {"\x80\xf5!", mark + mark + "!", 3},
-  };
-  for (const Case& test : cases) {
-    EXPECT_EQ(support::wellFormedUtf8(test.text), test.repaired);
-    EXPECT_EQ(support::utf16Length(test.text), test.units) << test.repaired;
+  const std::string overlong = "\xc0\x80";
+  const std::string surrogate = "\xed\xa0\x80";
+  const std::vector<std::array<std::string, 2>> cases = {{"abc", "abc"},
+                                                         {"\xff", mark},
+                                                         {"a\xe2\x82", "a" + mark},
+                                                         {"\xe2\x82x", mark + "x"},
+                                                         {overlong, mark},
+                                                         {surrogate, mark},
+                                                         {"\x80\xf5!", mark + mark + "!"}};
+  for (const auto& [text, repaired] : cases) {
+    EXPECT_EQ(support::wellFormedUtf8(text), repaired);
+    EXPECT_EQ(support::utf16Length(text), support::utf16Length(repaired));
   }
+  EXPECT_EQ(support::utf16Length(std::string_view("a\0\u00e9\u20ac\U0001F600", 11)), 6U);
+  EXPECT_EQ(support::utf16Length("\xff\xff!"), 3U);
 }
 
 TEST(JsonTest, ReadsEveryKindAndWritesItBack) {
@@ -65,33 +60,22 @@ TEST(JsonTest, RefusesWhatIsNotOneValueAndSaysWhere) {
 }
 
 TEST(ValueTest, BooleanMeaningFollowsTheStoredKind) {
-  const std::vector<std::pair<Value, bool>> cases = {
-      {nullptr, false},
-      {true, true},
-      {false, false},
-      {0, false},
-      {2, true},
-      {0.0, false},
-      {0.5, true},
-      {"YES", true},
-      {"true", true},
-      {" \t+007", true},
-      {"-1", true},
-      {"0", false},
-      {"no", false},
-      {"", false},
-      {"  ", false},
-      {"00Y", true},
-      {"+-1", false},
-      {"-0", false},
-      {"on", false},
-      {"1x", true},
-      {Value::List{1}, false},
-      {Value::Map{{"a", 1}}, false},
-  };
-  for (const auto& [value, meaning] : cases) {
-    EXPECT_EQ(value.booleanMeaning(), meaning) << support::writeJson(value);
-  }
+  const Value::List yes = {true, 2, -1, 0.5, "YES", "true", " \t+007", "-1", "00Y", "1x"};
+  const Value::List no = {nullptr,
+                          false,
+                          0,
+                          0.0,
+                          "0",
+                          "no",
+                          "",
+                          "  ",
+                          "+-1",
+                          "-0",
+                          "on",
+                          Value::List{1},
+                          Value::Map{{"a", 1}}};
+  for (const Value& value : yes) EXPECT_TRUE(value.booleanMeaning()) << support::writeJson(value);
+  for (const Value& value : no) EXPECT_FALSE(value.booleanMeaning()) << support::writeJson(value);
 }
 
 TEST(ValueTest, ReadingAnotherKindNamesWhatIsThere) {
@@ -106,29 +90,22 @@ TEST(ValueTest, ReadingAnotherKindNamesWhatIsThere) {
 }
 
 TEST_F(HostTest, SettingsFilesAreTakenWholeOrTheirProblemIsNamed) {
-  struct Case {
-    std::string content;
-    std::string problem;  // part of it; empty for a file that is taken
-  };
-  const std::vector<Case> cases = {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      // content, part of its problem
       {"{}", ""},
       {"\xef\xbb\xbf{\"a\":1}", ""},
       {"", "line 1"},
       {"{\"a\":1,\n\"b\":}", "line 2"},
       {"[1]", "one JSON object was expected, not a list"},
-      {"null", "not a null"},
-      {std::string(300 * 1024, ' ') + "{}", "larger than 256 KiB"},
-  };
-  for (const Case& test : cases) {
-    writeSettings("X", test.content);
+      {std::string(300 * 1024, ' ') + "{}", "larger than 256 KiB"}};
+  for (const auto& [content, problem] : cases) {
+    writeSettings("X", content);
     const std::string folder = (bundle() / "X.bundle").string();
     const auto file = support::readSettingsFile(folder);
-    EXPECT_EQ(file.problem.has_value(), !test.problem.empty()) << test.content.substr(0, 20);
-    if (file.problem) {
-      EXPECT_THAT(*file.problem, testing::StartsWith(folder + "/settings.json: "));
-      EXPECT_THAT(*file.problem, HasSubstr(test.problem));
-      EXPECT_TRUE(file.items.empty());
-    }
+    EXPECT_EQ(file.problem.has_value(), !problem.empty()) << content.substr(0, 20);
+    EXPECT_THAT(file.problem.value_or(folder + "/settings.json: "),
+                AllOf(testing::StartsWith(folder + "/settings.json: "), HasSubstr(problem)));
+    EXPECT_EQ(file.items.empty(), content.find("\"a\":1}") == std::string::npos);
   }
   EXPECT_FALSE(support::readSettingsFile((scratch() / "nowhere").string()).problem);
 }
@@ -173,5 +150,4 @@ TEST_F(HostTest, GuardedBlockKeepsTheResultReachedSoFar) {
   EXPECT_NO_THROW(support::debugLog("-[A b]", []() -> std::string { throw std::bad_alloc(); }));
 }
 
-}  // namespace
 }  // namespace vantamo::test

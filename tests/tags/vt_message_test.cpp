@@ -3,8 +3,6 @@
 #include "tests/kit/module_test.h"
 
 namespace vantamo::test {
-namespace {
-
 TEST(QueryStringTest, ParsesWhatTheBuilderWrites) {
   const std::vector<std::pair<std::string, Value::Map>> cases = {
       {"", {}},
@@ -49,5 +47,4 @@ TEST_F(ModuleTest, MessageMergesTheTagIntoTheBaseMessage) {
   EXPECT_TRUE(plain.dictionary());
 }
 
-}  // namespace
 }  // namespace vantamo::test
