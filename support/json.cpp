@@ -64,8 +64,7 @@ class ValueBuilder final : public nlohmann::json_sax<nlohmann::json> {
   bool close() {
     Container closed = std::move(open_.back());
     open_.pop_back();
-    return std::visit([this](auto&& items) { return add(Value(std::move(items))); },
-                      std::move(closed.items));
+    return std::visit([this](auto& items) { return add(Value(std::move(items))); }, closed.items);
   }
 
   bool add(Value value) {

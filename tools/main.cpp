@@ -1,5 +1,5 @@
 #include <CLI/CLI.hpp>
-#include <cmath>
+#include <cstdio>
 #include <exception>
 #include <iostream>
 
@@ -17,9 +17,7 @@ std::string checkSeconds(const std::string& text) {
              : "SECONDS must be a number from 0 to 1000000, not " + text;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   CLI::App app("Drives the Vantamo library without writing C++.", "vantamo");
   app.require_subcommand(1);
 
@@ -44,8 +42,16 @@ int main(int argc, char** argv) {
     return vantamo::tools::replay(options, std::cin, std::cout);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : usageError;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
   } catch (const std::exception& error) {
-    std::cerr << "vantamo: " << error.what() << '\n';
+    std::fprintf(stderr, "vantamo: %s\n", error.what());
     return usageError;
   }
 }

@@ -32,8 +32,7 @@ std::string keyOf(const EventFormat<Event>& format, const Field<Event>& field) {
   if (field.form != Form::attributes) return code(field.key);
   const std::string stem =
       std::string(attributePrefix(format.code)).append(attributeInfix(format.code));
-  const std::string keys = code(stem + "1") + ", " + code(stem + "2"), digest = ", then `ha1`";
-  return keys + " …" + (format.digest ? digest : "");
+  return code(stem + "1") + ", " + code(stem + "2") + " …" + (format.digest ? ", then `ha1`" : "");
 }
 
 std::string limitsOf(std::string_view event, std::string_view argument) {
