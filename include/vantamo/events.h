@@ -14,67 +14,66 @@
 /// The members are views for one call (see Text): build the aggregate in the call itself.
 namespace vantamo {
 
-/// A page or screen was shown. Required: pageId. `searchTerm` and `searchResult` (the number of
-/// results) belong together. `vqmmc` is the marketing code, its elements joined with "-_-".
+/// A page or screen was shown. The first one of a session reports the device as well.
 struct PageView {
-  Text pageId;
-  Text category;
-  Text searchTerm;
-  Text searchResult;
+  Text pageId;        ///< Required. The name of the page.
+  Text category;      ///< What the page belongs to.
+  Text searchTerm;    ///< What was searched for, on a page of search results.
+  Text searchResult;  ///< The number of results found, as text; belongs to searchTerm.
   TextList attributes;
-  TextList vqmmc;
+  TextList vqmmc;  ///< The elements of the marketing code, sent joined with "-_-".
 };
 
-/// A product's details were shown. Required: pageId, productId, productName.
+/// A product's details were shown.
 struct ProductView {
-  Text pageId;
-  Text productId;
-  Text productName;
-  Text category;
+  Text pageId;       ///< Required.
+  Text productId;    ///< Required.
+  Text productName;  ///< Required.
+  Text category;     ///< What the product belongs to.
   TextList attributes;
 };
 
-/// A product was put into the cart. Required: all but category and attributes.
+/// A product was put into the cart: one event for each line of the cart.
 struct ShopAction5 {
-  Text productId;
-  Text productName;
-  Text quantity;
-  Text baseUnitPrice;
-  Text category;
-  Text currencyCode;
+  Text productId;      ///< Required.
+  Text productName;    ///< Required.
+  Text quantity;       ///< Required. How many, as text.
+  Text baseUnitPrice;  ///< Required. The price of one, in currencyCode, as text.
+  Text category;       ///< What the product belongs to.
+  Text currencyCode;   ///< Required.
   TextList attributes;
 };
 
-/// A line of a purchase. Required: all but category and attributes.
+/// A product was bought: one event for each line of a purchase, and one Order for the whole.
 struct ShopAction9 {
-  Text productId;
-  Text productName;
-  Text quantity;
-  Text baseUnitPrice;
-  Text category;
-  Text orderId;
-  Text orderSubTotal;
-  Text customerId;
-  Text currencyCode;
+  Text productId;      ///< Required.
+  Text productName;    ///< Required.
+  Text quantity;       ///< Required. How many, as text.
+  Text baseUnitPrice;  ///< Required. The price of one, in currencyCode, as text.
+  Text category;       ///< What the product belongs to.
+  Text orderId;        ///< Required. The order that the line is part of.
+  Text orderSubTotal;  ///< Required. The whole order without shipping, in currencyCode, as text.
+  Text customerId;     ///< Required.
+  Text currencyCode;   ///< Required.
   TextList attributes;
 };
 
-/// An order was placed. Required: orderId, subtotal, shippingCharge, customerId, currencyCode.
+/// An order was placed.
 struct Order {
-  Text orderId;
-  Text subtotal;
-  Text shippingCharge;
-  Text customerId;
+  Text orderId;         ///< Required.
+  Text subtotal;        ///< Required. Without shipping, in currencyCode, as text.
+  Text shippingCharge;  ///< Required. In currencyCode, as text.
+  Text customerId;      ///< Required.
   Text customerCity;
   Text customerState;
   Text customerZip;
-  Text currencyCode;
+  Text currencyCode;  ///< Required.
   TextList attributes;
 };
 
-/// A customer registered or changed their data. Required: customerId.
+/// A customer registered or changed their data.
 struct Registration {
-  Text customerId;
+  Text customerId;  ///< Required.
   Text email;
   Text customerCity;
   Text customerState;
@@ -83,35 +82,34 @@ struct Registration {
   TextList attributes;
 };
 
-/// An element of a page was used. Required: elementId.
+/// An element of a page was used: a menu, a video, a size chart.
 struct Element {
-  Text elementId;
-  Text elementCategory;
+  Text elementId;        ///< Required.
+  Text elementCategory;  ///< What the element belongs to.
   TextList attributes;
 };
 
-/// A step of a conversion. Required: eventId and actionType ("1" begun, "2" completed).
+/// A step of something that the host wants its users to do.
 struct ConversionEvent {
-  Text eventId;
-  Text actionType;
-  Text eventCategory;
-  Text eventPoints;
+  Text eventId;        ///< Required. What is to be done.
+  Text actionType;     ///< Required. "1" when begun, "2" when completed.
+  Text eventCategory;  ///< What the event belongs to.
+  Text eventPoints;    ///< What it is worth to the host, as text.
   TextList attributes;
 };
 
-/// A link was followed. Required: link.
+/// A link was followed.
 struct LinkClick {
-  Text pageId;
-  Text linkName;
-  Text link;
+  Text pageId;    ///< Where the link stands.
+  Text linkName;  ///< What it is called.
+  Text link;      ///< Required. Where it leads.
 };
 
-/// Something was seen on a page. Required: pageId. `vqsp` is the site promotion, `vqre` the real
-/// estate; the elements of each are joined with "-_-".
+/// Something was seen on a page.
 struct Impression {
-  Text pageId;
-  TextList vqsp;
-  TextList vqre;
+  Text pageId;    ///< Required.
+  TextList vqsp;  ///< The elements of the site promotion, sent joined with "-_-".
+  TextList vqre;  ///< The elements of the real estate, sent joined with "-_-".
 };
 
 }  // namespace vantamo

@@ -60,7 +60,9 @@ class NQLifecycleObject {
 
   /// Prepares the module for its first event. False makes the core refuse the module.
   virtual bool enable() = 0;
+  /// Ends what `enable` and the module's start have begun. False keeps the module registered.
   virtual bool disable() = 0;
+  /// Whether the module runs.
   [[nodiscard]] virtual bool isEnabled() const = 0;
   /// The folder that holds the module's settings.json; absent when none was found.
   virtual std::optional<std::string> settingsBundlePath() = 0;
@@ -77,14 +79,18 @@ class NQLifecycleObject {
     static_cast<void>(json);
     return {};
   }
+  /// Changes a request of the module's before it is sent.
   virtual void addCookiesToRequest(NQRequest& request) { static_cast<void>(request); }
+  /// Hears of an exception that nobody caught, where the core can tell.
   virtual void handleUncaughtException(const std::exception& exception) {
     static_cast<void>(exception);
   }
+  /// Takes over items that were changed while the host runs.
   virtual bool saveCurrentConfigurableItems(const vantamo::Value& items) {
     static_cast<void>(items);
     return false;
   }
+  /// Hears that the host is about to end.
   virtual void zelAppWillTerminate() {}
 };
 
@@ -135,7 +141,8 @@ class NQCore {
   virtual std::optional<vantamo::Value> getConfigItem(std::string_view key,
                                                       std::string_view moduleName) = 0;
 
-  /// Takes the message over: from here on the core keeps it safe until it is delivered.
+  /// Takes the message over: from here on the core keeps it safe until it is delivered. Throws
+  /// what derives from std::exception when the core could not take it.
   virtual void postMessage(std::unique_ptr<NQMessage> message, std::string_view moduleName) = 0;
   /// Asks the core to send now what it has queued.
   virtual void flushQueues() = 0;
@@ -144,5 +151,6 @@ class NQCore {
   virtual void setUserAgentFromBrowser() = 0;
   /// Keeps the advertising id; absent or empty clears it.
   virtual bool setNQAdvertisingId(vantamo::Text advertisingId) = 0;
+  /// Absent when none is set.
   virtual std::optional<std::string> getNQAdvertisingId() = 0;
 };

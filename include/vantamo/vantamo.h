@@ -57,19 +57,34 @@ class Vantamo {
   /// Sets the mode: "opt_in" (default), "opt_out" (no event is sent), "anonymous" (events carry a
   /// fixed visitor id). Anything else opts in and answers false. Forgotten when the process ends.
   static bool setOptOut(vantamo::Text mode);
+
+  /// The mode that is set.
   static std::string getOptOut();
 
-  /// The events. True when the tag was handed to the core and every value is within the documented
-  /// limits. False does not always mean that nothing was sent: a tag over a limit has still gone
-  /// out, and one that waits for the network in the buffer of 10 goes with the next event sent.
+  // The events. Each answers true when its tag was handed to the core and every value is within the
+  // documented limits. False does not always mean that nothing is sent: a tag over a limit has
+  // still gone out, and one that waits for the network in the buffer of 10 goes with the next
+  // event. An event without one of its required arguments, and every event while the library is not
+  // running or the user has opted out, is not sent at all.
+
+  /// A page or screen was shown.
   static bool firePageView(const vantamo::PageView& event);
+  /// A product's details were shown.
   static bool fireProductview(const vantamo::ProductView& event);
+  /// A product was put into the cart.
   static bool fireShopAction5(const vantamo::ShopAction5& event);
+  /// A product was bought.
   static bool fireShopAction9(const vantamo::ShopAction9& event);
+  /// An order was placed.
   static bool fireOrder(const vantamo::Order& event);
+  /// A customer registered or changed their data.
   static bool fireRegistration(const vantamo::Registration& event);
+  /// An element of a page was used.
   static bool fireElement(const vantamo::Element& event);
+  /// A step of a conversion was made.
   static bool fireConversionEvent(const vantamo::ConversionEvent& event);
+  /// A link was followed.
   static bool fireLinkClick(const vantamo::LinkClick& event);
+  /// Something was seen on a page.
   static bool fireImpression(const vantamo::Impression& event);
 };
