@@ -61,16 +61,6 @@ TEST_F(EndToEndTest, FailedAttemptsAreRepeatedInOrderUnderTheSameKey) {
   EXPECT_TRUE(default_core::drain(seconds(20)));
 }
 
-TEST_F(EndToEndTest, ManualPostingWaitsForTheFlush) {
-  writeSettings("NQCore", R"({"ManualPostEnabled":true})");
-  Collector collector;
-  writeSettings("VTMod", collector.settings());
-  ASSERT_TRUE(Vantamo::startup());
-  EXPECT_TRUE(fire("1"));  // the module flushes after each post
-  EXPECT_EQ(collector.wait(1).size(), 1U);
-  EXPECT_THAT(logTexts(), Contains("Manually posting tag"));
-}
-
 TEST_F(EndToEndTest, ShutdownHoldsSendingUntilTheNextStart) {
   Collector collector;
   writeSettings("VTMod", R"({"PostMessageUrl":"http://127.0.0.1:1/","CaptureAllOfflineTags":1})");

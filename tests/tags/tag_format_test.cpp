@@ -197,16 +197,6 @@ TEST_F(TagFormatTest, ScreenLengthsAreTruncatedIntegers) {
   }
 }
 
-TEST_F(TagFormatTest, MapBuilderKeepsWhatItHandedOut) {
-  VTTagDictionary builder;
-  builder.makeElementTag({.elementId = "first"});
-  const Value::Map handedOut = builder.tagDictionary();
-  builder.makeImpressionTag({.pageId = "second"});
-  EXPECT_EQ(handedOut.find("pi"), nullptr);
-  EXPECT_EQ(builder.tagDict().stringAt("eid"), "first");  // a second event adds to the first
-  EXPECT_EQ(builder.tagDict().stringAt("tid"), "9");
-}
-
 TEST_F(TagFormatTest, AttributeHelpers) {
   EXPECT_EQ(VTTag::makeAttributeStringFrom({"a", ""}, 2), "&rg1=a&rg2=");
   EXPECT_EQ(VTTag::makeAttributeStringFrom({"a"}, 77), "&_a1=a");
