@@ -34,10 +34,16 @@ endfunction()
 # vantamo_core(TARGET NAME SOURCE...): a core, known to hosts as Vantamo::NAME.
 #
 # The module needs the core and the core needs the module's library. The host's link line is told
-# that the core's entry point is wanted, so that static libraries are found complete in either order.
+# that the core's entry point is wanted, so that static libraries are found complete in either order,
+# and that a shared core is wanted even by a host that names nothing of it.
 function(vantamo_core target name)
   vantamo_library(${target} ${ARGN})
   add_library(Vantamo::${name} ALIAS ${target})
   target_link_libraries(${target} PUBLIC vantamo)
-  target_link_options(${target} INTERFACE "LINKER:--undefined=_ZN6NQCore14sharedInstanceEv")
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL "SHARED_LIBRARY")
+    target_link_options(${target} INTERFACE "LINKER:--no-as-needed")
+  else()
+    target_link_options(${target} INTERFACE "LINKER:--undefined=_ZN6NQCore14sharedInstanceEv")
+  endif()
 endfunction()

@@ -57,7 +57,10 @@ struct ParameterLimits {
 
 std::string numberText(double number) {
   std::array<char, 32> text{};
-  return {text.data(), std::to_chars(text.data(), text.data() + text.size(), number).ptr};
+  // Whole numbers as such; what is far beyond any length may have an exponent.
+  const bool isShort = number < 1e15;
+  const auto form = isShort ? std::chars_format::fixed : std::chars_format::general;
+  return {text.data(), std::to_chars(text.data(), text.data() + text.size(), number, form).ptr};
 }
 
 void logViolation(std::string_view message, std::string_view parameter, std::string_view value,
@@ -89,6 +92,7 @@ bool satisfiesCount(std::string_view name, const Value::List& list, const Parame
 
 bool satisfiesEntries(std::string_view name, const Value::List& list,
                       const ParameterLimits& limits) {
+  if (!limits.refusesEmpty && limits.length <= 0) return true;
   for (const Value& entry : list) {
     if (limits.refuses(entry.string())) {
       logViolation("Failed value constraint check for parameter:%@ and value:%@", name,

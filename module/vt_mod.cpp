@@ -68,13 +68,14 @@ void VTMod::watchReachability(const std::shared_ptr<NQReachability>& watcher) {
       this, kNQReachabilityChangedNotification,
       [this](const void* /*sender*/) { networkReachabilityChanged(); });
   watcher->startNotifier();
-  storeReachabilityStatus(*watcher);
+  storeReachabilityStatus(watcher.get());
 }
 
 // Under one mutex, so that of two threads the later reading is also the one that stays.
-void VTMod::storeReachabilityStatus(NQReachability& watcher) {
+void VTMod::storeReachabilityStatus(NQReachability* watcher) {
   const vantamo::platform::MutexLock lock(statusMutex_);
-  hostNetworkStatus_ = watcher.currentReachabilityStatus();
+  hostNetworkStatus_ =
+      watcher == nullptr ? NQReachability::notReachable : watcher->currentReachabilityStatus();
 }
 
 bool VTMod::stop() {
@@ -161,9 +162,7 @@ std::optional<std::string> VTMod::getPRWAdvertisingId() {
 void VTMod::networkReachabilityChanged() {
   constexpr const char* operation = "-[VTMod networkReachabilityChanged:]";
   guarded(operation, [&] {
-    const auto watcher = reachability_.get();
-    if (watcher == nullptr) return;
-    storeReachabilityStatus(*watcher);
+    storeReachabilityStatus(reachability_.get().get());
     debugLog(operation, [this] {
       switch (hostNetworkStatus_) {
         case NQReachability::notReachable: return "Reachability: NotReachable";

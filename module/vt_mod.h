@@ -34,7 +34,7 @@ class VTMod final : public NQLifecycleObject {
   VTMod(const VTMod&) = delete;
   VTMod& operator=(const VTMod&) = delete;
 
-  // Lifecycle (vt_mod.cpp, vt_mod_sessions.cpp).
+  // Lifecycle (vt_mod.cpp).
 
   /// Registers with the core and starts. False when running already or refused by the core.
   bool start();
@@ -130,7 +130,7 @@ class VTMod final : public NQLifecycleObject {
 
   void createReachability();
   void watchReachability(const std::shared_ptr<NQReachability>& watcher);
-  void storeReachabilityStatus(NQReachability& watcher);
+  void storeReachabilityStatus(NQReachability* watcher);
   [[nodiscard]] bool networkIsReachable() const;
 
   template <class Event>

@@ -1,4 +1,7 @@
 #include "module/vt_mod.h"
+
+#include <stdexcept>
+
 #include "support/guarded.h"
 #include "tags/vt_message.h"
 
@@ -48,6 +51,7 @@ void VTMod::postDirectly(const Value& tag, MakeMessage makeMessage) {
 // buffer only after it was posted, so that an exception on the way does not lose it.
 bool VTMod::postThroughBuffer(Tag tag, MakeMessage makeMessage) {
   const std::scoped_lock lock(postingMutex_);
+  if (vtTagsRingBuffer_ == nullptr) throw std::logic_error("the core has not enabled the module");
   VTTagsRingBuffer& buffer = *vtTagsRingBuffer_;
   buffer.addObject(std::move(tag));
   // A core that fires while it takes a message is answered at once; its tag leaves with the drain
@@ -60,7 +64,8 @@ bool VTMod::postThroughBuffer(Tag tag, MakeMessage makeMessage) {
     const Tag oldest = buffer.objectAtIndex(0);
     if (oldest == nullptr) break;
     postDirectly(*oldest, makeMessage);
-    buffer.removeObjectAtIndex(0);
+    // Not so when a full buffer has dropped it meanwhile.
+    if (buffer.objectAtIndex(0) == oldest) buffer.removeObjectAtIndex(0);
   }
   return networkIsReachable();
 }

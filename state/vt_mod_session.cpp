@@ -80,7 +80,7 @@ bool VTModSession::createSessionDirectory() const {
 
 std::optional<Value> VTModSession::contentsOfSessionFile() const {
   constexpr const char* operation = "-[VTModSession contentsOfSessionFile]";
-  constexpr std::size_t sizeLimit = 64UL * 1024;
+  constexpr std::size_t sizeLimit = 16UL * 1024 * 1024;
   return guarded(operation, std::optional<Value>(), [&](std::optional<Value>& result) {
     if (const auto text = platform::readFile(sessionFilePath(), sizeLimit)) {
       try {

@@ -30,7 +30,7 @@ class ValueBuilder final : public nlohmann::json_sax<nlohmann::json> {
   }
   bool string(string_t& value) override { return add(Value(std::move(value))); }
   bool binary(binary_t& /*value*/) override { return false; }
-  bool start_object(std::size_t /*elements*/) override { return open(Value::Map()); }
+  bool start_object(std::size_t /*elements*/) override { return open(Entries()); }
   bool start_array(std::size_t /*elements*/) override { return open(Value::List()); }
   bool key(string_t& value) override {
     open_.back().key = std::move(value);
@@ -47,10 +47,12 @@ class ValueBuilder final : public nlohmann::json_sax<nlohmann::json> {
   }
 
  private:
+  using Entries = std::vector<Value::Map::Entry>;
+
   static constexpr std::size_t deepestNesting = 512;
 
   struct Container {
-    std::variant<Value::Map, Value::List> items;
+    std::variant<Entries, Value::List> items;
     std::string key;
   };
 
@@ -64,7 +66,10 @@ class ValueBuilder final : public nlohmann::json_sax<nlohmann::json> {
   bool close() {
     Container closed = std::move(open_.back());
     open_.pop_back();
-    return std::visit([this](auto& items) { return add(Value(std::move(items))); }, closed.items);
+    if (auto* entries = std::get_if<Entries>(&closed.items)) {
+      return add(Value::Map::fromEntries(std::move(*entries)));
+    }
+    return add(std::get<Value::List>(std::move(closed.items)));
   }
 
   bool add(Value value) {
@@ -73,7 +78,7 @@ class ValueBuilder final : public nlohmann::json_sax<nlohmann::json> {
     } else if (auto* list = std::get_if<Value::List>(&open_.back().items)) {
       list->push_back(std::move(value));
     } else {
-      std::get<Value::Map>(open_.back().items).set(open_.back().key, std::move(value));
+      std::get<Entries>(open_.back().items).push_back({open_.back().key, std::move(value)});
     }
     return true;
   }

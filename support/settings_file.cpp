@@ -11,13 +11,13 @@ SettingsFile readSettingsFile(const std::string& bundleFolder) {
   const auto failed = [&path](const std::string& reason) {
     return SettingsFile{{}, path + ": " + reason};
   };
-  if (!platform::exists(path)) return {};
+  if (platform::isAbsent(path)) return {};
   const auto text = platform::readFile(path, sizeLimit);
   if (!text) return failed("cannot be read, is not a plain file, or is larger than 256 KiB");
   try {
     const Value value = parseJson(*text);
     if (value.isMap()) return {value.map(), {}};
-    return failed("line 1: one JSON object was expected, not a " + std::string(value.kind()));
+    return failed("line 1: expected one JSON object, found " + std::string(value.kind()));
   } catch (const JsonError& error) {
     return failed(error.what());
   }

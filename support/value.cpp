@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 
 namespace vantamo {
 
@@ -14,6 +15,27 @@ ValueMap::ValueMap(ValueMap&&) noexcept = default;
 ValueMap& ValueMap::operator=(const ValueMap&) = default;
 ValueMap& ValueMap::operator=(ValueMap&&) noexcept = default;
 ValueMap::~ValueMap() = default;
+
+ValueMap ValueMap::fromEntries(std::vector<Entry> entries) {
+  std::vector<std::size_t> order(entries.size());
+  std::iota(order.begin(), order.end(), std::size_t{0});
+  std::ranges::stable_sort(order, {},
+                           [&](std::size_t i) -> std::string_view { return entries[i].key; });
+  std::vector<bool> repeats(entries.size());
+  for (std::size_t first = 0, i = 1; i < order.size(); ++i) {
+    if (entries[order[i]].key != entries[order[first]].key) {
+      first = i;
+    } else {
+      entries[order[first]].value = std::move(entries[order[i]].value);
+      repeats[order[i]] = true;
+    }
+  }
+  ValueMap map;
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    if (!repeats[i]) map.entries_.push_back(std::move(entries[i]));
+  }
+  return map;
+}
 
 const Value* ValueMap::find(std::string_view key) const noexcept {
   const auto entry = std::ranges::find(entries_, key, &Entry::key);
@@ -58,8 +80,7 @@ bool operator==(const ValueMap& a, const ValueMap& b) {
 namespace {
 
 [[noreturn]] void failRead(std::string_view wanted, const Value& value) {
-  throw ValueTypeError("a " + std::string(wanted) + " was expected, not a " +
-                       std::string(value.kind()));
+  throw ValueTypeError("expected " + std::string(wanted) + ", found " + std::string(value.kind()));
 }
 
 // The platform's rule for a boolean kept as text.

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "platform/bundle.h"
+#include "platform/file.h"
 #include "support/json.h"
 #include "support/settings_file.h"
 #include "tools/replay_calls.h"
@@ -49,10 +50,11 @@ void checkBundle(const std::string& folder) {
   std::error_code error;
   if (!fs::is_directory(folder, error)) throw std::runtime_error(folder + ": not a folder");
   for (const char* bundle : {"VTMod", "NQCore"}) {
-    if (const auto path = platform::pathForResource(folder, bundle, "bundle")) {
-      const auto file = support::readSettingsFile(*path);
-      if (file.problem) throw std::runtime_error(*file.problem);
-    }
+    const std::string path = folder + "/" + bundle + ".bundle";
+    if (platform::isAbsent(path)) continue;
+    if (!fs::is_directory(path, error)) throw std::runtime_error(path + ": not a folder");
+    const auto file = support::readSettingsFile(path);
+    if (file.problem) throw std::runtime_error(*file.problem);
   }
 }
 

@@ -2,6 +2,8 @@
 
 #include <csignal>
 
+#include "support/debug_log.h"
+
 namespace vantamo::core {
 namespace {
 
@@ -11,6 +13,9 @@ class SignalsBlocked {
   SignalsBlocked() {
     sigset_t all;
     sigfillset(&all);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) {
+      sigdelset(&all, fault);
+    }
     pthread_sigmask(SIG_SETMASK, &all, &before_);
   }
   SignalsBlocked(const SignalsBlocked&) = delete;
@@ -25,7 +30,14 @@ class SignalsBlocked {
 
 std::thread startBackgroundThread(std::function<void()> body) {
   const SignalsBlocked blocked;
-  return std::thread(std::move(body));
+  return std::thread([body = std::move(body)] {
+    try {
+      body();
+    } catch (...) {
+      support::debugLog("startBackgroundThread",
+                        [] { return "A thread of the core ended by an exception"; });
+    }
+  });
 }
 
 }  // namespace vantamo::core

@@ -1,12 +1,13 @@
 #include "cores/default/curl_transport.h"
 
 #include <curl/curl.h>
-#include <sys/auxv.h>
+#include <sys/socket.h>
 
 #include <mutex>
 #include <stdexcept>
 
 #include "cores/default/network_state.h"
+#include "platform/environment.h"
 #include "platform/url_host.h"
 
 namespace vantamo::core {
@@ -34,6 +35,18 @@ Slist headerList(const HttpRequest& request) {
 
 std::size_t discard(char* /*data*/, std::size_t size, std::size_t count, void* /*context*/) {
   return size * count;
+}
+
+// The host's child processes are not to inherit the connection.
+curl_socket_t openSocket(void* /*context*/, curlsocktype /*purpose*/, curl_sockaddr* address) {
+  return ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+}
+
+std::string environmentText(std::initializer_list<const char*> names) {
+  for (const char* name : names) {
+    if (const char* value = platform::environmentVariable(name)) return value;
+  }
+  return {};
 }
 
 // Process-wide and never undone: the library may be the host's too.
@@ -68,13 +81,20 @@ struct CurlTransport::Handles {
     if (code != CURLE_OK) throw std::runtime_error(curl_easy_strerror(code));
   }
 
-  // An environment's proxy is honoured as users expect, but never for this machine itself, and not
-  // at all in a privileged process.
+  // The environment's proxies are honoured as users expect, but never for this machine itself. They
+  // were read when the transport was made, on the host's thread: reading the environment on another
+  // one would race with a host that changes it.
   void chooseProxy(const std::string& url) {
-    const std::string host = platform::urlHost(url).value_or("");
-    const bool direct = getauxval(AT_SECURE) != 0 || isLoopbackHost(host);
-    set(CURLOPT_PROXY, direct ? "" : static_cast<const char*>(nullptr));
+    const bool direct = isLoopbackHost(platform::urlHost(url).value_or(""));
+    const bool secure = url.starts_with("https:") || url.starts_with("HTTPS:");
+    set(CURLOPT_PROXY, direct ? "" : (secure ? httpsProxy : httpProxy).c_str());
+    set(CURLOPT_NOPROXY, noProxy.c_str());
   }
+
+  const std::string httpProxy = environmentText({"http_proxy", "all_proxy", "ALL_PROXY"});
+  const std::string httpsProxy =
+      environmentText({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
+  const std::string noProxy = environmentText({"no_proxy", "NO_PROXY"});
 };
 
 CurlTransport::CurlTransport() {
@@ -112,6 +132,7 @@ HttpResult CurlTransport::post(const HttpRequest& request) {
   handles.set(CURLOPT_POSTFIELDS, request.body.data());
   handles.set(CURLOPT_HTTPHEADER, headers.get());
   handles.set(CURLOPT_WRITEFUNCTION, &discard);
+  handles.set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
   handles.chooseProxy(request.url);
 
   if (curl_multi_add_handle(handles.multi, handles.easy) != CURLM_OK) {
@@ -128,10 +149,12 @@ HttpResult CurlTransport::post(const HttpRequest& request) {
     }
   }
   curl_multi_remove_handle(handles.multi, handles.easy);
-  if (code != CURLE_OK) return {0, curl_easy_strerror(code)};
+  // The status is the answer. What becomes of the body after it is of no interest: a broken one
+  // must not bring a message back that the endpoint has taken.
   long status = 0;
   curl_easy_getinfo(handles.easy, CURLINFO_RESPONSE_CODE, &status);
-  return {static_cast<int>(status), {}};
+  if (status >= 200) return {static_cast<int>(status), {}};
+  return {0, code == CURLE_OK ? "no final answer" : curl_easy_strerror(code)};
 }
 
 }  // namespace vantamo::core

@@ -17,7 +17,7 @@
 #include "platform/bundle.h"
 #include "platform/directories.h"
 #include "platform/random.h"
-#include "support/debug_log.h"
+#include "support/guarded.h"
 #include "support/json.h"
 #include "vantamo/module_directory.h"
 #include "vantamo/nq_core.h"
@@ -28,11 +28,15 @@ namespace {
 constexpr std::string_view ownName = "NQCore";
 constexpr std::chrono::milliseconds exitLimit{250};
 
+std::string queueFolder(const CoreSettings& settings) {
+  const std::string name =
+      settings.applicationId ? *settings.applicationId : platform::executableName();
+  return platform::cachesDirectory() + "/NQCore/" + name;
+}
+
 std::unique_ptr<MessageQueue> openQueue(const CoreSettings& settings) {
   try {
-    const std::string name =
-        settings.applicationId ? *settings.applicationId : platform::executableName();
-    return openSqliteQueue(platform::cachesDirectory() + "/NQCore/" + name);
+    return openSqliteQueue(queueFolder(settings));
   } catch (const std::exception& exception) {
     support::debugLog("-[NQCore enableModule:]", [&] {
       return support::withValue(
@@ -77,8 +81,7 @@ class DefaultCore final : public NQCore {
   bool setNQAdvertisingId(Text advertisingId) override;
   std::optional<std::string> getNQAdvertisingId() override { return advertisingId_.get(); }
 
-  /// Null before the first start.
-  [[nodiscard]] Delivery* delivery() const { return delivery_; }
+  std::size_t undeliveredMessageCount();
   bool drain(std::chrono::milliseconds timeout);
   void reachabilityChanged(long long status);
 
@@ -109,9 +112,12 @@ CoreSettings DefaultCore::loadOwnSettings() {
 Delivery& DefaultCore::startDelivery(const CoreSettings& settings) {
   std::call_once(deliveryOnce_, [&] {
     delivery_ = new Delivery(settings, requests_);
+    // What an earlier run has left was flushed then.
+    delivery_.load()->sender.flush();
     // Registered after the libraries below were initialised, and so run before they are undone.
     std::atexit([] {
-      Delivery& delivery = *instance().delivery();
+      HostReachability::endNotifications();
+      Delivery& delivery = *instance().delivery_;
       delivery.transport.interrupt();
       delivery.worker.stop(exitLimit);
     });
@@ -120,6 +126,7 @@ Delivery& DefaultCore::startDelivery(const CoreSettings& settings) {
   delivery.transport.setTimeouts(settings.connectTimeout, settings.requestTimeout);
   delivery.sender.setRetryPolicy(settings.retry);
   delivery.sender.setManual(settings.manualPost);
+  setUserAgentFromBrowser();  // before anything is sent, what earlier runs have left included
   return delivery;
 }
 
@@ -131,7 +138,8 @@ bool DefaultCore::enableModule(std::string_view moduleName) {
     return false;
   }
   NQLifecycleObject& module = moduleInstance();
-  if (!modules_.add(moduleName, module)) return false;
+  // A module that is registered but did not get through its own start may try again.
+  if (!modules_.add(moduleName, module) && module.isEnabled()) return false;
   try {
     const CoreSettings settings = loadOwnSettings();
     settings_.load(moduleName, module.settingsBundlePath());
@@ -155,7 +163,8 @@ bool DefaultCore::disableModule(std::string_view moduleName) {
   NQLifecycleObject* module = modules_.find(moduleName);
   if (module == nullptr || !module->disable()) return false;
   modules_.remove(moduleName);
-  if (modules_.empty() && delivery() != nullptr) delivery()->sender.setSending(false);
+  Delivery* delivery = delivery_;
+  if (modules_.empty() && delivery != nullptr) delivery->sender.setSending(false);
   return true;
 }
 
@@ -193,11 +202,18 @@ void DefaultCore::reachabilityChanged(long long status) {
   delivery->worker.wake();
 }
 
+std::size_t DefaultCore::undeliveredMessageCount() {
+  if (const Delivery* delivery = delivery_) return delivery->queue->size();
+  // Never started: what earlier runs have left is looked at, and nothing made.
+  const std::string folder = queueFolder(loadOwnSettings());
+  return queueExists(folder) ? openSqliteQueue(folder)->size() : 0;
+}
+
 bool DefaultCore::drain(std::chrono::milliseconds timeout) {
   const auto deadline = Sender::Clock::now() + timeout;
   Delivery* delivery = delivery_;
-  if (delivery == nullptr) return true;
-  delivery->sender.setSending(true);
+  if (delivery == nullptr) return undeliveredMessageCount() == 0;
+  delivery->sender.beginDrain();
   delivery->sender.retryNow();
   delivery->worker.start();
   std::uint64_t seen = delivery->worker.progress();
@@ -207,7 +223,7 @@ bool DefaultCore::drain(std::chrono::milliseconds timeout) {
     seen = delivery->worker.progress();
     empty = delivery->queue->size() == 0;
   }
-  if (modules_.empty()) delivery->sender.setSending(false);
+  delivery->sender.endDrain();
   return empty;
 }
 
@@ -217,12 +233,16 @@ bool DefaultCore::drain(std::chrono::milliseconds timeout) {
 namespace vantamo::default_core {
 
 std::size_t undeliveredMessageCount() {
-  const core::Delivery* delivery = core::DefaultCore::instance().delivery();
-  return delivery == nullptr ? 0 : delivery->queue->size();
+  constexpr const char* operation = "undeliveredMessageCount";
+  return support::guarded(operation, std::size_t{0}, [](std::size_t& result) {
+    result = core::DefaultCore::instance().undeliveredMessageCount();
+  });
 }
 
 bool drain(std::chrono::milliseconds timeout) {
-  return core::DefaultCore::instance().drain(timeout);
+  return support::guarded("drain", false, [timeout](bool& result) {
+    result = core::DefaultCore::instance().drain(timeout);
+  });
 }
 
 }  // namespace vantamo::default_core
@@ -236,7 +256,14 @@ vantamo::Value::Map NQMessage::jsonDictionary() { return {}; }
 
 std::shared_ptr<NQReachability> NQReachability::reachabilityWithHostName(
     std::string_view hostName) {
-  return std::make_shared<vantamo::core::HostReachability>(hostName, [](long long status) {
-    vantamo::core::DefaultCore::instance().reachabilityChanged(status);
-  });
+  try {
+    return std::make_shared<vantamo::core::HostReachability>(hostName, [](long long status) {
+      vantamo::core::DefaultCore::instance().reachabilityChanged(status);
+    });
+  } catch (const std::exception& exception) {
+    vantamo::support::debugLog("+[NQReachability reachabilityWithHostName:]", [&] {
+      return vantamo::support::withValue("The host cannot be watched: %@", exception.what());
+    });
+    return nullptr;
+  }
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <optional>
@@ -26,6 +27,8 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds firstRetry = std::chrono::seconds(1);
 constexpr milliseconds slowestRetry = std::chrono::minutes(5);
+
+std::atomic<bool> processEnds{false};
 
 }  // namespace
 
@@ -80,8 +83,9 @@ struct HostReachability::Watch {
       if (fds[0].revents != 0) return;
       const bool networkChanged = network.takeChanges();
       if (resolver != nullptr) resolver->takeEnd();
-      // A name that could not be looked up is tried again, at once when the network has changed.
-      if (host->nameFailed() && (networkChanged || ready == 0)) {
+      // Another network may have other addresses for the name; and a name that could not be looked
+      // up is tried again from time to time.
+      if (resolver != nullptr && (networkChanged || ready == 0)) {
         retry = networkChanged ? firstRetry : std::min(retry * 2, slowestRetry);
         resolver->lookUp();
       }
@@ -89,14 +93,15 @@ struct HostReachability::Watch {
     }
   }
 
+  // Whatever an observer throws, this thread goes on: there is nobody above it to catch it.
   void tell(long long now) const {
+    if (processEnds) return;
     try {
       host->onChange(now);
       NotificationCenter::defaultCenter().post(kNQReachabilityChangedNotification, sender);
-    } catch (const std::exception& exception) {
-      support::debugLog("-[NQReachability startNotifier]", [&] {
-        return support::withValue("An observer of the reachability failed: %@", exception.what());
-      });
+    } catch (...) {
+      support::debugLog("-[NQReachability startNotifier]",
+                        [] { return "An observer of the reachability failed"; });
     }
   }
 
@@ -112,6 +117,8 @@ HostReachability::HostReachability(std::string_view hostName,
     : host_(std::make_shared<const Host>(hostName, std::move(onChange))) {}
 
 HostReachability::~HostReachability() { stopNotifier(); }
+
+void HostReachability::endNotifications() { processEnds = true; }
 
 long long HostReachability::currentReachabilityStatus() { return host_->status(); }
 

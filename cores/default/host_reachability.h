@@ -23,6 +23,9 @@ class HostReachability final : public NQReachability {
   HostReachability(std::string_view hostName, std::function<void(long long)> onChange);
   ~HostReachability() override;
 
+  /// Makes all watchers silent for good: the process ends, and its observers with it.
+  static void endNotifications();
+
   bool startNotifier() override;
   bool stopNotifier() override;
   long long currentReachabilityStatus() override;

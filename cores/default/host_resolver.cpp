@@ -25,14 +25,18 @@ struct HostResolver::State {
   platform::Mutex mutex;
   Answer answer VANTAMO_GUARDED_BY(mutex);
   bool underWay VANTAMO_GUARDED_BY(mutex) = false;
+  bool wantedAgain VANTAMO_GUARDED_BY(mutex) = false;
 
-  void finish(Answer result) {
+  // True when another look-up is to follow.
+  bool finish(Answer result) {
+    bool again = false;
     {
       const platform::MutexLock lock(mutex);
       answer = std::move(result);
-      underWay = false;
+      again = underWay = std::exchange(wantedAgain, false);
     }
     ::eventfd_write(ended.get(), 1);
+    return again;
   }
 };
 
@@ -63,10 +67,15 @@ HostResolver::HostResolver(std::string host) : state_(std::make_shared<State>(st
 void HostResolver::lookUp() {
   {
     const platform::MutexLock lock(state_->mutex);
-    if (std::exchange(state_->underWay, true)) return;
+    if (std::exchange(state_->underWay, true)) {
+      state_->wantedAgain = true;
+      return;
+    }
   }
   try {
-    startBackgroundThread([state = state_] { state->finish(resolve(state->host)); }).detach();
+    startBackgroundThread([state = state_] {
+      while (state->finish(resolve(state->host))) continue;
+    }).detach();
   } catch (const std::system_error&) {
     state_->finish({Outcome::failed, {}});
   }
@@ -79,9 +88,9 @@ HostResolver::Answer HostResolver::answer() const {
 
 int HostResolver::fd() const { return state_->ended.get(); }
 
-bool HostResolver::takeEnd() const {
+void HostResolver::takeEnd() const {
   eventfd_t count = 0;
-  return ::eventfd_read(fd(), &count) == 0;
+  ::eventfd_read(fd(), &count);
 }
 
 }  // namespace vantamo::core

@@ -24,13 +24,14 @@ class HostResolver {
   /// Throws std::system_error when the system gives no descriptor.
   explicit HostResolver(std::string host);
 
-  /// Begins a look-up unless one is under way; until it ends the last answer holds.
+  /// Begins a look-up, or another one after that which is under way; until it ends the last answer
+  /// holds.
   void lookUp();
   [[nodiscard]] Answer answer() const;
   /// Becomes readable when a look-up has ended.
   [[nodiscard]] int fd() const;
-  /// Takes that back; true when a look-up has ended since the last call.
-  bool takeEnd() const;
+  /// Takes that back.
+  void takeEnd() const;
 
  private:
   struct State;

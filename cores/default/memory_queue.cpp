@@ -30,7 +30,7 @@ class MemoryQueue final : public MessageQueue {
 
   std::int64_t newestSequence() override {
     const platform::MutexLock lock(mutex_);
-    return messages_.empty() ? 0 : messages_.back().sequence;
+    return sequence_;
   }
 
  private:

@@ -19,8 +19,8 @@ struct QueuedMessage {
 };
 
 /// Keeps accepted messages in order of arrival until they are delivered. Safe from any thread.
-/// Every operation throws std::exception when the storage fails; a message that append() has taken
-/// is kept.
+/// Every operation but tidy() throws std::exception when the storage fails; a message that append()
+/// has taken is kept. append() and newestSequence() never wait for one of the others.
 class MessageQueue {
  public:
   MessageQueue() = default;
@@ -34,13 +34,20 @@ class MessageQueue {
   /// Removes a delivered message.
   virtual void remove(std::int64_t sequence) = 0;
   [[nodiscard]] virtual std::size_t size() = 0;
-  /// The sequence of the newest message that is kept; 0 when there is none.
+  /// The sequence of the message that was appended last, or an upper bound of those kept from
+  /// earlier runs; 0 when there never was one.
   [[nodiscard]] virtual std::int64_t newestSequence() = 0;
+  /// Does what the storage needs from time to time, which may wait for the disk; a failure is left
+  /// for the next time. For the sending thread.
+  virtual void tidy() noexcept {}
 };
 
 /// A queue file in `folder`, which is created when missing, both for this user only. Throws when
 /// the file cannot be used.
 [[nodiscard]] std::unique_ptr<MessageQueue> openSqliteQueue(const std::string& folder);
+
+/// Whether a queue file stands in `folder`.
+[[nodiscard]] bool queueExists(const std::string& folder);
 
 /// Keeps messages for the life of the process only.
 [[nodiscard]] std::unique_ptr<MessageQueue> makeMemoryQueue();

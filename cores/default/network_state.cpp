@@ -56,8 +56,8 @@ long long better(long long a, long long b) {
   return b == NQReachability::notReachable ? a : std::min(a, b);
 }
 
-// The source address that the kernel would use is the one way to ask it for a route that works in
-// every kind of network set-up; a datagram socket sends nothing when it is connected.
+// Asking for the source address that the kernel would use heeds every kind of routing rule; a
+// datagram socket sends nothing when it is connected.
 std::optional<NetworkAddress> sourceAddressFor(const NetworkAddress& destination) {
   const platform::UniqueFd socket(
       ::socket(destination.storage.ss_family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -125,6 +125,30 @@ int considerRoute(const nlmsghdr* message, void* context) {
   return MNL_CB_OK;
 }
 
+// The status by one dump of all routes; nothing when the dump is not whole.
+std::optional<long long> scanRoutes() {
+  const std::unique_ptr<mnl_socket, decltype(&mnl_socket_close)> socket(
+      mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC), &mnl_socket_close);
+  if (!socket || mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) < 0) return {};
+  alignas(nlmsghdr) std::array<char, 32768> buffer{};
+  nlmsghdr* request = mnl_nlmsg_put_header(buffer.data());
+  request->nlmsg_type = RTM_GETROUTE;
+  request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+  request->nlmsg_seq = 1;
+  static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(rtmsg)))->rtm_family = AF_UNSPEC;
+  if (mnl_socket_sendto(socket.get(), request, request->nlmsg_len) < 0) return {};
+  const Interfaces list = interfaces();
+  RouteScan scan{list.get()};
+  const unsigned port = mnl_socket_get_portid(socket.get());
+  for (int more = MNL_CB_OK; more > MNL_CB_STOP;) {
+    const ssize_t got = mnl_socket_recvfrom(socket.get(), buffer.data(), buffer.size());
+    if (got <= 0) return {};
+    more = mnl_cb_run(buffer.data(), static_cast<std::size_t>(got), 1, port, &considerRoute, &scan);
+    if (more < MNL_CB_STOP) return {};
+  }
+  return scan.best;
+}
+
 }  // namespace
 
 bool isLoopbackHost(const std::string& host) {
@@ -176,29 +200,11 @@ long long statusOfAddresses(const std::vector<NetworkAddress>& addresses) {
 }
 
 long long statusOfRoutes() {
-  const std::unique_ptr<mnl_socket, decltype(&mnl_socket_close)> socket(
-      mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC), &mnl_socket_close);
-  if (!socket || mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) < 0) {
-    return NQReachability::reachableViaWiFi;  // nothing is known: an attempt will tell
+  constexpr int attempts = 3;  // a dump is cut short when routes change under it
+  for (int i = 0; i < attempts; ++i) {
+    if (const auto status = scanRoutes()) return *status;
   }
-  alignas(nlmsghdr) std::array<char, 32768> buffer{};
-  nlmsghdr* request = mnl_nlmsg_put_header(buffer.data());
-  request->nlmsg_type = RTM_GETROUTE;
-  request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-  request->nlmsg_seq = 1;
-  static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(rtmsg)))->rtm_family = AF_UNSPEC;
-  if (mnl_socket_sendto(socket.get(), request, request->nlmsg_len) < 0) {
-    return NQReachability::reachableViaWiFi;
-  }
-  const Interfaces list = interfaces();
-  RouteScan scan{list.get()};
-  const unsigned port = mnl_socket_get_portid(socket.get());
-  for (int more = MNL_CB_OK; more > MNL_CB_STOP;) {
-    const ssize_t got = mnl_socket_recvfrom(socket.get(), buffer.data(), buffer.size());
-    if (got <= 0) break;
-    more = mnl_cb_run(buffer.data(), static_cast<std::size_t>(got), 1, port, &considerRoute, &scan);
-  }
-  return scan.best;
+  return NQReachability::reachableViaWiFi;  // nothing is known: an attempt to send will tell
 }
 
 }  // namespace vantamo::core

@@ -19,8 +19,9 @@ struct NetworkAddress {
 /// The address that `host` spells, or nothing when it is a name.
 [[nodiscard]] std::optional<NetworkAddress> literalAddress(const std::string& host);
 
-/// What the system knows now about reaching one address, as a status of NQReachability: by the
-/// route to it and the interface that the route leaves through. Sends nothing.
+/// What the system knows now about reaching one address, as a status of NQReachability: whether
+/// there is a route to it, and whether the interface that has the route's source address runs.
+/// Sends nothing.
 [[nodiscard]] long long statusOfAddress(const NetworkAddress& address);
 /// The best status of several addresses.
 [[nodiscard]] long long statusOfAddresses(const std::vector<NetworkAddress>& addresses);

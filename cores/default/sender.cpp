@@ -1,6 +1,7 @@
 #include "cores/default/sender.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "support/debug_log.h"
 
@@ -21,6 +22,16 @@ void Sender::setSending(bool sending) {
   sending_ = sending;
 }
 
+void Sender::beginDrain() {
+  const platform::MutexLock lock(mutex_);
+  ++drains_;
+}
+
+void Sender::endDrain() {
+  const platform::MutexLock lock(mutex_);
+  --drains_;
+}
+
 void Sender::setManual(bool manual) {
   const platform::MutexLock lock(mutex_);
   manual_ = manual;
@@ -35,25 +46,29 @@ void Sender::flush() {
 void Sender::retryNow() {
   const platform::MutexLock lock(mutex_);
   notBefore_.reset();
+  retryWanted_ = true;
 }
 
 bool Sender::mayAttempt(std::int64_t sequence) {
   const platform::MutexLock lock(mutex_);
-  return sending_ && (!manual_ || sequence <= flushedUpTo_);
+  retryWanted_ = false;
+  return sendingIsOn() && (!manual_ || sequence <= flushedUpTo_);
 }
 
 Sender::TimePoint Sender::failed() {
   const double uniform = parts_.random();
   const TimePoint now = parts_.now();
   const platform::MutexLock lock(mutex_);
-  notBefore_ = now + retryDelay(policy_, ++failures_, uniform);
+  const auto delay = retryDelay(policy_, ++failures_, uniform);
+  notBefore_ = std::exchange(retryWanted_, false) ? now : now + delay;
   return *notBefore_;
 }
 
 std::optional<Sender::TimePoint> Sender::step() {
+  parts_.queue.tidy();
   {
     const platform::MutexLock lock(mutex_);
-    if (!sending_) return {};
+    if (!sendingIsOn()) return {};
     if (notBefore_ && parts_.now() < *notBefore_) return notBefore_;
   }
   try {

@@ -20,7 +20,8 @@ namespace vantamo::core {
 ///                then 2 again; new messages do not shorten the wait
 ///   4 delivered  a 2xx answer: removed
 ///
-/// step() is for the sending thread; everything else is safe from any thread.
+/// step() is for the sending thread, which also gives the queue its time to tidy up; everything
+/// else is safe from any thread.
 class Sender {
  public:
   using Clock = std::chrono::steady_clock;
@@ -43,12 +44,16 @@ class Sender {
   [[nodiscard]] std::optional<TimePoint> step();
 
   void setRetryPolicy(RetryPolicy policy);
-  /// Nothing is attempted while sending is off.
+  /// Nothing is attempted while sending is off, but for the time of a drain.
   void setSending(bool sending);
+  /// A drain keeps sending on, whatever setSending says; each begin needs its end.
+  void beginDrain();
+  void endDrain();
   /// In manual mode only messages that were there at the last flush() are attempted.
   void setManual(bool manual);
   void flush();
-  /// Ends a wait: the next step attempts at once. The count of failures stays.
+  /// Ends a wait: the next step attempts at once. An attempt that is under way, and fails, was
+  /// begun before: it is repeated at once too. The count of failures stays.
   void retryNow();
 
  private:
@@ -61,7 +66,13 @@ class Sender {
 
   platform::Mutex mutex_;
   RetryPolicy policy_ VANTAMO_GUARDED_BY(mutex_);
+  [[nodiscard]] bool sendingIsOn() const VANTAMO_REQUIRES(mutex_) {
+    return sending_ || drains_ > 0;
+  }
+
   bool sending_ VANTAMO_GUARDED_BY(mutex_) = false;
+  int drains_ VANTAMO_GUARDED_BY(mutex_) = 0;
+  bool retryWanted_ VANTAMO_GUARDED_BY(mutex_) = false;
   bool manual_ VANTAMO_GUARDED_BY(mutex_) = false;
   std::int64_t flushedUpTo_ VANTAMO_GUARDED_BY(mutex_) = 0;
   unsigned failures_ VANTAMO_GUARDED_BY(mutex_) = 0;

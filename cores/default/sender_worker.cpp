@@ -9,7 +9,6 @@ SenderWorker::~SenderWorker() { stop(std::chrono::hours(1)); }
 void SenderWorker::start() {
   const platform::MutexLock lock(mutex_);
   if (running_ || stopping_) return;
-  if (thread_.joinable()) thread_.join();
   thread_ = startBackgroundThread([this] { run(); });
   running_ = true;
 }
@@ -34,7 +33,6 @@ bool SenderWorker::stop(std::chrono::milliseconds limit) {
       }
     }
     ended = std::move(thread_);
-    stopping_ = false;
   }
   if (ended.joinable()) ended.join();
   return true;

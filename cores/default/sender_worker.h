@@ -19,12 +19,13 @@ class SenderWorker {
   SenderWorker& operator=(const SenderWorker&) = delete;
   ~SenderWorker();
 
-  /// Starts the thread unless it runs. Throws std::system_error when the system gives none.
+  /// Starts the thread unless it runs or was stopped. Throws std::system_error when the system
+  /// gives none.
   void start();
   /// Says that there may be work.
   void wake();
-  /// Ends the thread, waiting at most `limit` for a request in flight. False when it still runs;
-  /// it then ends by itself.
+  /// Ends the thread for good, waiting at most `limit` for a request in flight. False when it still
+  /// runs; it then ends by itself.
   bool stop(std::chrono::milliseconds limit);
 
   /// Number of steps made so far.

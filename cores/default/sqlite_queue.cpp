@@ -1,6 +1,7 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <fcntl.h>
 
+#include <atomic>
 #include <stdexcept>
 #include <system_error>
 
@@ -15,11 +16,13 @@ namespace {
 constexpr int busyMilliseconds = 5000;
 constexpr std::size_t largestBody = 500'000'000;  // what the database takes in any build of it
 
+std::string fileIn(const std::string& folder) { return folder + "/queue.sqlite"; }
+
 // The file is made here and not by the database, so that it is this user's only from the first
 // moment; the files beside it take over its mode.
 std::string preparedFile(const std::string& folder) {
   platform::createDirectories(folder);
-  std::string path = folder + "/queue.sqlite";
+  std::string path = fileIn(folder);
   const platform::UniqueFd file(
       ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
   if (!file) throw std::system_error(errno, std::generic_category(), path);
@@ -31,12 +34,16 @@ struct Connection {
   explicit Connection(const std::string& path)
       : database(path, SQLite::OPEN_READWRITE, busyMilliseconds) {
     // A committed row survives the process's end in any way; the disk is waited for only when the
-    // log is moved into the file.
-    database.exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;");
+    // log is moved into the file and begun anew, which tidy() does.
+    database.exec(
+        "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA wal_autocheckpoint=0;"
+        "PRAGMA journal_size_limit=1048576;");
     database.exec(
         "CREATE TABLE IF NOT EXISTS messages("
         "sequence INTEGER PRIMARY KEY AUTOINCREMENT, id TEXT NOT NULL, module TEXT NOT NULL, "
-        "body BLOB NOT NULL)");
+        "body BLOB NOT NULL);"
+        "CREATE TABLE IF NOT EXISTS tidied(once INTEGER PRIMARY KEY CHECK (once = 1), count "
+        "INTEGER)");
   }
 
   SQLite::Database database;
@@ -66,8 +73,10 @@ class StatementUse {
 class SqliteQueue final : public MessageQueue {
  public:
   explicit SqliteQueue(const std::string& path) : appending_(path), sending_(path) {
-    // The log is moved into the file on the sending side, never while a host's thread appends.
-    appending_.database.exec("PRAGMA wal_autocheckpoint=0");
+    newest_ =
+        appending_.database
+            .execAndGet("SELECT IFNULL(MAX(seq), 0) FROM sqlite_sequence WHERE name='messages'")
+            .getInt64();
   }
 
   void append(std::string_view id, std::string_view moduleName, std::string_view body) override {
@@ -78,6 +87,8 @@ class SqliteQueue final : public MessageQueue {
     insert_.bind(2, std::string(moduleName));
     insert_.bindNoCopy(3, body.data(), static_cast<int>(body.size()));
     insert_.exec();
+    newest_ = appending_.database.getLastInsertRowid();
+    ++changes_;
   }
 
   std::optional<QueuedMessage> front() override {
@@ -97,22 +108,38 @@ class SqliteQueue final : public MessageQueue {
     const StatementUse use(delete_);
     delete_.bind(1, sequence);
     delete_.exec();
+    ++changes_;
   }
 
   std::size_t size() override {
     const platform::MutexLock lock(sendingMutex_);
-    return static_cast<std::size_t>(number("SELECT COUNT(*) FROM messages"));
+    const auto count = sending_.database.execAndGet("SELECT COUNT(*) FROM messages").getInt64();
+    return static_cast<std::size_t>(count);
   }
 
-  std::int64_t newestSequence() override {
-    const platform::MutexLock lock(sendingMutex_);
-    return number("SELECT IFNULL(MAX(sequence), 0) FROM messages");
+  std::int64_t newestSequence() override { return newest_; }
+
+  // Moves the log into the file, so that it cannot grow without bound while nothing is delivered.
+  // The write after it begins the log anew and waits for the disk: here, and not in a host's
+  // append.
+  void tidy() noexcept override {
+    if (changes_ < changesPerTidy) return;
+    changes_ = 0;
+    try {
+      const platform::MutexLock lock(sendingMutex_);
+      static_cast<void>(sending_.database.execAndGet("PRAGMA wal_checkpoint(PASSIVE)"));
+      sending_.database.exec(
+          "INSERT INTO tidied VALUES(1, 1) ON CONFLICT DO UPDATE SET count = count + 1");
+    } catch (const std::exception&) {
+      return;
+    }
   }
 
  private:
-  std::int64_t number(const char* query) VANTAMO_REQUIRES(sendingMutex_) {
-    return sending_.database.execAndGet(query).getInt64();
-  }
+  static constexpr int changesPerTidy = 500;
+
+  std::atomic<std::int64_t> newest_{0};
+  std::atomic<int> changes_{0};
 
   platform::Mutex appendingMutex_;
   Connection appending_ VANTAMO_GUARDED_BY(appendingMutex_);
@@ -129,6 +156,8 @@ class SqliteQueue final : public MessageQueue {
 };
 
 }  // namespace
+
+bool queueExists(const std::string& folder) { return platform::exists(fileIn(folder)); }
 
 std::unique_ptr<MessageQueue> openSqliteQueue(const std::string& folder) {
   return std::make_unique<SqliteQueue>(preparedFile(folder));

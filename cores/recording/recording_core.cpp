@@ -40,46 +40,60 @@ RecordingCore& RecordingCore::sharedInstance() {
 }
 
 bool RecordingCore::enableModule(std::string_view moduleName) {
-  std::function<void()> hook;
-  {
-    const std::scoped_lock lock(mutex_);
-    ++calls.enableModule;
-    hook = onEnableModule;
-  }
+  std::unique_lock lock(mutex_);
+  ++calls.enableModule;
+  const auto hook = onEnableModule;
+  lock.unlock();
   if (hook) hook();
   const ModuleInstance instance = moduleClass(moduleName);
   if (instance == nullptr) return false;
   NQLifecycleObject& module = instance();
-  const std::scoped_lock lock(mutex_);
-  if (refuseEnable || modules_.contains(moduleName) || !module.enable()) return false;
-  modules_.emplace(moduleName, &module);
+  lock.lock();
+  // A module that is registered but did not get through its own start may try again.
+  if (refuseEnable || (modules_.contains(moduleName) && module.isEnabled())) return false;
+  lock.unlock();
+  if (!module.enable()) return false;
+  lock.lock();
+  modules_.insert_or_assign(std::string(moduleName), &module);
   return true;
 }
 
 bool RecordingCore::disableModule(std::string_view moduleName) {
-  const std::scoped_lock lock(mutex_);
+  std::unique_lock lock(mutex_);
   ++calls.disableModule;
   const auto entry = modules_.find(moduleName);
-  if (refuseDisable || entry == modules_.end() || !entry->second->disable()) return false;
-  modules_.erase(entry);
+  if (refuseDisable || entry == modules_.end()) return false;
+  NQLifecycleObject& module = *entry->second;
+  lock.unlock();
+  if (!module.disable()) return false;
+  lock.lock();
+  modules_.erase(std::string(moduleName));
   return true;
 }
 
 std::optional<Value> RecordingCore::getConfigItem(std::string_view key,
                                                   std::string_view moduleName) {
+  {
+    std::unique_lock lock(mutex_);
+    ++calls.getConfigItem;
+    const auto hook = onGetConfigItem;
+    lock.unlock();
+    if (hook) hook(key, moduleName);
+  }
   const std::scoped_lock lock(mutex_);
-  ++calls.getConfigItem;
-  if (onGetConfigItem) onGetConfigItem(key, moduleName);
   const auto items = settings.find(moduleName);
   const Value* item = items == settings.end() ? nullptr : items->second.find(key);
   return item == nullptr ? std::nullopt : std::optional(*item);
 }
 
 void RecordingCore::postMessage(std::unique_ptr<NQMessage> message, std::string_view moduleName) {
-  const std::scoped_lock lock(mutex_);
-  ++calls.postMessage;
   Message recorded{std::string(moduleName), message->jsonDictionary()};
-  if (onPostMessage) onPostMessage(recorded.body);
+  std::unique_lock lock(mutex_);
+  ++calls.postMessage;
+  const auto hook = onPostMessage;
+  lock.unlock();
+  if (hook) hook(recorded.body);
+  lock.lock();
   messages.push_back(std::move(recorded));
 }
 

@@ -82,6 +82,8 @@ class RecordingCore final : public NQCore {
   std::function<void(std::string_view key, std::string_view moduleName)> onGetConfigItem;
   std::function<void()> onEnableModule;
 
+  /// What NQReachability::reachabilityWithHostName answers.
+  std::shared_ptr<NQReachability> makeReachability(std::string_view hostName);
   /// Sets the status and posts the change as a watcher with a running notifier would.
   void changeReachability(long long status);
   /// Forgets everything recorded and set; modules stay registered.
@@ -100,13 +102,10 @@ class RecordingCore final : public NQCore {
 
  private:
   friend class RecordingReachability;
-  friend class ::NQReachability;
 
   RecordingCore() = default;
 
-  std::shared_ptr<NQReachability> makeReachability(std::string_view hostName);
-
-  std::recursive_mutex mutex_;
+  std::mutex mutex_;  // never held while a hook or a module is called
   std::map<std::string, NQLifecycleObject*, std::less<>> modules_;
   int runningNotifiers_ = 0;
 };

@@ -34,6 +34,9 @@ class ValueMap {
   ValueMap& operator=(ValueMap&&) noexcept;
   ~ValueMap();
 
+  /// A map of all `entries`; of equal keys the last value wins, at the place of the first.
+  static ValueMap fromEntries(std::vector<Entry> entries);
+
   /// The value under `key`, or a null pointer.
   [[nodiscard]] const Value* find(std::string_view key) const noexcept;
   /// The value under `key` when it is a string, or nothing.

@@ -29,6 +29,11 @@ bool exists(const std::string& path) {
   return ::stat(path.c_str(), &info) == 0;
 }
 
+bool isAbsent(const std::string& path) {
+  struct stat info {};
+  return ::stat(path.c_str(), &info) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
 bool createDirectories(const std::string& path) {
   // Each folder by itself, because the mode must hold for the parents that are made on the way.
   for (std::size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
@@ -61,7 +66,11 @@ std::optional<std::string> readFile(const std::string& path, std::size_t limit) 
 FileWrite replaceFile(const std::string& path, std::string_view content) {
   const std::string temporary = path + "." + randomUuid();
   UniqueFd file(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-  if (!file) return FileWrite::notOpened;
+  if (!file) {
+    file = UniqueFd(::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (!file) return FileWrite::notOpened;
+    return writeAll(file.get(), content) ? FileWrite::done : FileWrite::failed;
+  }
   const bool written = writeAll(file.get(), content);
   file.reset();
   if (written && ::rename(temporary.c_str(), path.c_str()) == 0) return FileWrite::done;

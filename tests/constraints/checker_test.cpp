@@ -68,6 +68,15 @@ TEST_F(HostTest, GivenLimitsAreFollowedInTheirOrder) {
   EXPECT_FALSE(check({{"text", ""}, {"list", Value::List{""}}}));
   EXPECT_THAT(logTexts(), ElementsAre(valueFailure("list", ""), valueFailure("text", "")));
 
+  EXPECT_FALSE(VTConstraintsChecker::satisfy(
+      {{"a", Value::List{1, 2}}, {"b", "xx"}},
+      Value::Map{{"a", Value::Map{{"count", 5}}}, {"b", Value::Map{{"length", 1}}}}));
+  clearLog();
+  const std::string long100001(100001, 'x');
+  EXPECT_FALSE(VTConstraintsChecker::satisfy({{"b", long100001}},
+                                             Value::Map{{"b", Value::Map{{"length", 100000}}}}));
+  EXPECT_THAT(logTexts(), ElementsAre(testing::EndsWith(" and length:100000")));
+
   // What cannot be checked raises, is logged, and leaves the answer as it was by then.
   EXPECT_TRUE(check({{"list", Value::List{1}}, {"text", ""}}));
   EXPECT_THAT(logTexts(), ElementsAre(testing::StartsWith("Exception: ")));

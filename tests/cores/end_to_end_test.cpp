@@ -61,7 +61,20 @@ TEST_F(EndToEndTest, FailedAttemptsAreRepeatedInOrderUnderTheSameKey) {
   EXPECT_TRUE(default_core::drain(seconds(20)));
 }
 
-TEST_F(EndToEndTest, ShutdownHoldsSendingUntilTheNextStart) {
+TEST_F(EndToEndTest, ManualPostingWaitsForTheFlush) {
+  writeSettings("NQCore", R"({"ManualPostEnabled":true})");
+  Collector collector;
+  writeSettings("VTMod", collector.settings());
+  ASSERT_TRUE(Vantamo::startup());
+  NQCore& core = NQCore::sharedInstance();
+  core.postMessage(std::make_unique<NQMessage>(), "VTMod");
+  EXPECT_FALSE(default_core::drain(std::chrono::milliseconds(50)));
+  EXPECT_TRUE(collector.wait(0).empty());
+  core.flushQueues();
+  EXPECT_EQ(collector.wait(1).at(0).body, "{}");
+}
+
+TEST_F(EndToEndTest, ALastWordGoesOutAfterShutdownWithItsHeaders) {
   Collector collector;
   writeSettings("VTMod", R"({"PostMessageUrl":"http://127.0.0.1:1/","CaptureAllOfflineTags":1})");
   ASSERT_TRUE(Vantamo::startup());

@@ -112,11 +112,28 @@ TEST(HostReachabilityTest, FollowsAddressesRoutesAndLinks) {
 }
 
 TEST(HostReachabilityTest, ANameThatCannotBeFoundIsNotReachable) {
-  HostReachability watcher("tags.invalid", [](long long) {});
-  if (watcher.currentReachabilityStatus() == 0) GTEST_SKIP() << "this machine has no network";
-  Listener listener(watcher);
-  EXPECT_TRUE(watcher.startNotifier());
-  EXPECT_TRUE(listener.waitFor(0));
+  inEmptyNetwork([] {
+    // A network with a route, and with a resolver that nobody answers for.
+    if (unshare(CLONE_NEWNS) != 0 ||
+        run("mount --make-rprivate / && mount -t tmpfs none /mnt && "
+            "echo nameserver 127.0.0.1 > /mnt/resolv.conf && "
+            "mount --bind /mnt/resolv.conf /etc/resolv.conf && "
+            "ip link add v0 type veth peer name v1 && ip addr add 192.0.2.1/24 dev v0 && "
+            "ip link set v0 up && ip link set v1 up") != 0) {
+      _exit(77);
+    }
+    HostReachability watcher("tags.invalid", [](long long) {});
+    EXPECT_EQ(watcher.currentReachabilityStatus(), 1);  // by the routes, until it is looked up
+    Listener listener(watcher);
+    EXPECT_TRUE(watcher.startNotifier());
+    EXPECT_TRUE(listener.waitFor(0));
+    // Another network, where the name is known.
+    EXPECT_EQ(run("echo 192.0.2.7 tags.invalid > /mnt/hosts && mount --bind /mnt/hosts /etc/hosts"
+                  " && ip addr add 192.0.2.2/24 dev v0"),
+              0);
+    EXPECT_TRUE(listener.waitFor(1));
+    EXPECT_TRUE(watcher.stopNotifier());
+  });
 }
 
 }  // namespace

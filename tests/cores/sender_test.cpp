@@ -19,6 +19,7 @@ class ScriptedTransport final : public core::Transport {
  public:
   HttpResult post(const HttpRequest& request) override {
     bodies.push_back(request.body);
+    if (const auto hook = std::exchange(whileSending, nullptr)) hook();
     if (script.empty()) return {204, {}};
     const int status = script.front();
     script.pop_front();
@@ -26,6 +27,7 @@ class ScriptedTransport final : public core::Transport {
   }
   void interrupt() noexcept override {}
 
+  std::function<void()> whileSending;  // called once
   std::deque<int> script;
   std::vector<std::string> bodies;
 };
@@ -126,6 +128,12 @@ TEST_F(SenderTest, OnlyARetryNowEndsAWait) {
   sender.retryNow();
   EXPECT_EQ(runOut(), 1000);
   EXPECT_EQ(transport.bodies.size(), 2U);
+  // One that comes while an attempt is under way is for the next attempt.
+  transport.script = {503, 503};
+  transport.whileSending = [this] { sender.retryNow(); };
+  now += milliseconds(1000);
+  EXPECT_EQ(runOut(), 2000);
+  EXPECT_EQ(transport.bodies.size(), 4U);
 }
 
 TEST_F(SenderTest, ManualModeSendsWhatAFlushHasSeen) {

@@ -32,9 +32,7 @@ class Collector {
   /// The status for the n-th request, from 0.
   using Answer = std::function<int(std::size_t number)>;
 
-  explicit Collector(
-      Answer answer = [](std::size_t) { return 204; }, int port = 0)
-      : answer_(std::move(answer)) {
+  explicit Collector(Answer answer = [](std::size_t) { return 204; }) : answer_(std::move(answer)) {
     server_.Post("/collect", [this](const httplib::Request& request, httplib::Response& response) {
       std::unique_lock lock(mutex_);
       const std::size_t number = received_.size();
@@ -45,11 +43,7 @@ class Collector {
       if (response.status == 302) response.set_header("Location", "/collect");
     });
     server_.set_keep_alive_timeout(1);  // stopping waits for idle connections
-    if (port == 0) {
-      port_ = server_.bind_to_any_port("127.0.0.1");
-    } else if (server_.bind_to_port("127.0.0.1", port)) {
-      port_ = port;
-    }
+    port_ = server_.bind_to_any_port("127.0.0.1");
     thread_ = std::thread([this] { server_.listen_after_bind(); });
     while (!server_.is_running()) std::this_thread::yield();
   }
@@ -60,7 +54,6 @@ class Collector {
     thread_.join();
   }
 
-  [[nodiscard]] int port() const { return port_; }
   [[nodiscard]] std::string url() const {
     return "http://127.0.0.1:" + std::to_string(port_) + "/collect";
   }

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -28,9 +29,10 @@ class HostTest : public testing::Test {
     std::filesystem::create_directories(bundle());
     overrides.cachesDirectory = caches().string();
     overrides.mainBundleFolder = bundle().string();
-    overrides.logSink = [this](std::string_view text) {
-      const std::scoped_lock lock(logMutex_);
-      rawLog_.emplace_back(text);
+    // Shared with the sink, which a thread of the core may be in when the test ends.
+    overrides.logSink = [raw = raw_](std::string_view text) {
+      const std::scoped_lock lock(raw->mutex);
+      raw->messages.emplace_back(text);
     };
     setPlatformOverrides(overrides);
   }
@@ -52,8 +54,8 @@ class HostTest : public testing::Test {
   }
 
   [[nodiscard]] std::vector<std::string> rawLog() {
-    const std::scoped_lock lock(logMutex_);
-    return rawLog_;
+    const std::scoped_lock lock(raw_->mutex);
+    return raw_->messages;
   }
   [[nodiscard]] std::vector<LogEntry> log() {
     std::vector<LogEntry> entries;
@@ -72,8 +74,8 @@ class HostTest : public testing::Test {
     return texts;
   }
   void clearLog() {
-    const std::scoped_lock lock(logMutex_);
-    rawLog_.clear();
+    const std::scoped_lock lock(raw_->mutex);
+    raw_->messages.clear();
   }
 
   PlatformOverrides overrides;
@@ -81,8 +83,11 @@ class HostTest : public testing::Test {
  private:
   const std::filesystem::path scratch_ =
       std::filesystem::temp_directory_path() / ("vantamo-test-" + platform::randomUuid());
-  std::mutex logMutex_;
-  std::vector<std::string> rawLog_;
+  struct RawLog {
+    std::mutex mutex;
+    std::vector<std::string> messages;
+  };
+  const std::shared_ptr<RawLog> raw_ = std::make_shared<RawLog>();
 };
 
 }  // namespace vantamo::test

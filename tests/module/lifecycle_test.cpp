@@ -58,6 +58,15 @@ TEST_F(LifecycleTest, PostUrlDecidesWhetherReachabilityIsWatched) {
   EXPECT_EQ(core.calls.startNotifier, 1);
 }
 
+TEST_F(LifecycleTest, ACoreMayHaveNoWatcher) {
+  core.makesReachability = false;
+  EXPECT_TRUE(module.start());
+  EXPECT_EQ(core.module("VTMod"), &module);
+  EXPECT_EQ(module.hostNetworkStatus(), 0);
+  module.networkReachabilityChanged();
+  EXPECT_THAT(logTexts(), Contains("Reachability: NotReachable"));
+}
+
 TEST_F(LifecycleTest, StopAndStartAgainKeepTheWatcherAndReadSettingsAfresh) {
   EXPECT_FALSE(module.stop());
   EXPECT_THAT(logTexts(), Contains("module already disabled"));
@@ -165,6 +174,9 @@ TEST_F(LifecycleTest, ExceptionsOfTheCoreAreAnsweredWithWhatWasReached) {
   };
   EXPECT_TRUE(module.start());  // the core had taken the module by then
   EXPECT_FALSE(module.isEnabled());
+  core.onGetConfigItem = nullptr;
+  EXPECT_TRUE(module.start());  // and takes it again
+  EXPECT_TRUE(module.isEnabled());
 }
 
 TEST_F(LifecycleTest, StartsStopsAndEventsFromManyThreads) {
@@ -181,7 +193,9 @@ TEST_F(LifecycleTest, StartsStopsAndEventsFromManyThreads) {
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_LE(module.vtTagsRingBuffer()->count(), 10U);
+  module.stop();
+  EXPECT_TRUE(module.start());
+  for (const Value::Map& body : bodies()) EXPECT_EQ(body.stringAt("cjvf"), "1");
 }
 
 }  // namespace

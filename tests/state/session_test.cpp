@@ -58,7 +58,7 @@ TEST_F(SessionTest, WhatTheFileHoldsDecidesTheVisitor) {
       {"{\"cjuid\":\"12", newVisitor},
       {"{\"cjuid\":\"\xff\"}", newVisitor},
       {std::string(100000, '['), newVisitor},
-      {std::string(70000, ' ') + "{}", newVisitor},
+      {R"({"cjuid":")" + std::string(70000, '7') + "\"}", std::string(70000, '7')},
   };
   for (const auto& [content, visitor] : cases) {
     SCOPED_TRACE(content.substr(0, 60));

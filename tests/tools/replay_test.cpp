@@ -129,19 +129,21 @@ TEST_F(ReplayTest, MalformedLinesAreToldAndPassedOver) {
 }
 
 TEST_F(ReplayTest, UndeliveredMessagesGoOutWithTheNextRun) {
-  int port = 0;
-  {
-    Collector collector;
-    port = collector.port();
-    writeSettings("VTMod", collector.settings());
-  }  // nobody listens now
   const std::string start = "{\"call\":\"startup\"}\n";
   const std::string one = start + R"({"call":"fireElement","elementId":"1"})" + "\n";
+  writeSettings("VTMod", R"({"PostMessageUrl":"http://127.0.0.1:1/nobody/listens"})");
   EXPECT_EQ(replay(one, "--bundle BUNDLE --drain 0").status, 3);
-  EXPECT_EQ(replay("x", "--bundle BUNDLE --drain 0").status, 1);
-  Collector collector([](std::size_t) { return 204; }, port);
+  EXPECT_EQ(replay(one + "x", "--bundle BUNDLE --drain 0").status, 1);
+  const Run idle = replay(R"({"call":"drain"})");  // nothing was started, and so nothing goes out
+  EXPECT_EQ(idle.status, 3);
+  EXPECT_EQ(idle.answers.at(0), R"({"call":"drain","result":false})");
+  Collector collector;
+  writeSettings("VTMod", collector.settings());
   EXPECT_EQ(replay(start, "--bundle BUNDLE --drain 20").status, 0);
-  EXPECT_EQ(collector.wait(1).at(0).key("eid"), "1");
+  const auto received = collector.wait(2);
+  EXPECT_EQ(received.at(0).key("cjuid"), received.at(1).key("cjuid"));
+  EXPECT_NE(received.at(0).key("cjsid"), received.at(1).key("cjsid"));
+  EXPECT_EQ(received.at(0).header("User-Agent").find("NQCore/"), 0U);
 }
 
 TEST_F(ReplayTest, UsageErrorsExecuteNothing) {
@@ -158,6 +160,9 @@ TEST_F(ReplayTest, UsageErrorsExecuteNothing) {
   for (const char* arguments : {"--bundle BUNDLE SCRIPT", "--bundle BUNDLE -"}) {
     EXPECT_EQ(replay(call, arguments).status, 0) << arguments;
   }
+  std::ofstream(bundle() / "NQCore.bundle") << "no folder";
+  EXPECT_EQ(replay(call).status, 2);
+  std::filesystem::remove(bundle() / "NQCore.bundle");
   for (const char* module : {"VTMod", "NQCore"}) {
     for (const char* content : {"", "[]", "{\n\"a\":}"}) {
       writeSettings(module, content);
