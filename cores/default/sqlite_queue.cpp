@@ -127,7 +127,11 @@ class SqliteQueue final : public MessageQueue {
     changes_ = 0;
     try {
       const platform::MutexLock lock(sendingMutex_);
-      static_cast<void>(sending_.database.execAndGet("PRAGMA wal_checkpoint(PASSIVE)"));
+      SQLite::Statement checkpoint(sending_.database, "PRAGMA wal_checkpoint(PASSIVE)");
+      const bool moved = checkpoint.executeStep() &&
+                         checkpoint.getColumn(1).getInt() == checkpoint.getColumn(2).getInt();
+      if (!moved) changes_ = changesPerTidy;  // appends came in between: again at the next step
+      checkpoint.reset();
       sending_.database.exec(
           "INSERT INTO tidied VALUES(1, 1) ON CONFLICT DO UPDATE SET count = count + 1");
     } catch (const std::exception&) {
@@ -139,7 +143,7 @@ class SqliteQueue final : public MessageQueue {
   static constexpr int changesPerTidy = 500;
 
   std::atomic<std::int64_t> newest_{0};
-  std::atomic<int> changes_{0};
+  std::atomic<int> changes_{changesPerTidy};  // an earlier run may have left a long log
 
   platform::Mutex appendingMutex_;
   Connection appending_ VANTAMO_GUARDED_BY(appendingMutex_);
