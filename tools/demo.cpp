@@ -3,7 +3,6 @@
 //
 //   vantamo_demo EXAMPLE_HOST
 
-#include <httplib.h>
 #include <sys/wait.h>
 
 #include <array>
@@ -11,63 +10,19 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <mutex>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/random.h"
 #include "support/json.h"
+#include "tools/local_endpoint.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using vantamo::Value;
 
-struct ReceivedTag {
-  Value::Map keys;
-  std::string deviceHeaders;
-};
-
-// Listens on a free port of this machine and keeps what it is sent.
-class Endpoint {
- public:
-  Endpoint() {
-    server_.Post("/collect", [this](const httplib::Request& request, httplib::Response& response) {
-      std::string headers;
-      for (const auto& [name, value] : request.headers) {
-        if (name.starts_with("VT-")) headers.append(name).append(": ").append(value).append("  ");
-      }
-      const std::scoped_lock lock(mutex_);
-      tags_.push_back({vantamo::support::parseJson(request.body).map(), headers});
-      response.status = 204;
-    });
-    port_ = server_.bind_to_any_port("127.0.0.1");
-    thread_ = std::thread([this] { server_.listen_after_bind(); });
-  }
-  Endpoint(const Endpoint&) = delete;
-  Endpoint& operator=(const Endpoint&) = delete;
-  ~Endpoint() {
-    server_.stop();
-    thread_.join();
-  }
-
-  [[nodiscard]] std::string url() const {
-    return "http://127.0.0.1:" + std::to_string(port_) + "/collect";
-  }
-  [[nodiscard]] std::vector<ReceivedTag> tags() {
-    const std::scoped_lock lock(mutex_);
-    return tags_;
-  }
-
- private:
-  httplib::Server server_;
-  int port_ = 0;
-  std::mutex mutex_;
-  std::vector<ReceivedTag> tags_;
-  std::thread thread_;
-};
+using vantamo::tools::LocalEndpoint;
 
 // A folder that is gone at the end.
 struct ScratchFolder {
@@ -82,11 +37,8 @@ struct ScratchFolder {
     fs::remove_all(path, error);
   }
 
-  void writeSettings(const std::string& url) const {
-    const Value::Map settings = {
-        {"PostMessageUrl", url}, {"AppName", "DemoShop"}, {"ClientId", "90000001"}};
-    std::ofstream(path / "bundle/VTMod.bundle/settings.json")
-        << vantamo::support::writeJson(settings) << '\n';
+  void writeSettings(const std::string& settings) const {
+    std::ofstream(path / "bundle/VTMod.bundle/settings.json") << settings << '\n';
   }
 };
 
@@ -119,14 +71,22 @@ bool isInEveryTag(std::string_view key) {
   return std::find(envelope.begin(), envelope.end(), key) != envelope.end();
 }
 
-void show(const std::string& line, const ReceivedTag& tag) {
-  const std::size_t tab = line.find('\t');
-  std::cout << "\n  " << line.substr(tab + 1) << "  -> " << line.substr(0, tab) << "\n     ";
-  for (const auto& [key, value] : tag.keys) {
-    if (!isInEveryTag(key)) std::cout << ' ' << key << '=' << value.string();
+// The keys of a tag that are in every tag, or those that are not.
+void showKeys(const LocalEndpoint::Received& tag, bool ofEnvelope) {
+  const auto body = vantamo::support::parseJson(tag.body);
+  for (const auto& [key, value] : body.map()) {
+    if (isInEveryTag(key) == ofEnvelope) std::cout << ' ' << key << '=' << value.string();
   }
   std::cout << '\n';
-  if (!tag.deviceHeaders.empty()) std::cout << "      " << tag.deviceHeaders << '\n';
+}
+
+void show(const std::string& line, const LocalEndpoint::Received& tag) {
+  const std::size_t tab = line.find('\t');
+  std::cout << "\n  " << line.substr(tab + 1) << "  -> " << line.substr(0, tab) << "\n     ";
+  showKeys(tag, false);
+  for (const auto& [name, value] : tag.headers) {
+    if (name.starts_with("VT-")) std::cout << "      " << name << ": " << value << '\n';
+  }
 }
 
 }  // namespace
@@ -136,20 +96,17 @@ int main(int argc, char** argv) {
     std::cerr << "usage: vantamo_demo EXAMPLE_HOST\n";
     return 2;
   }
-  Endpoint endpoint;
+  LocalEndpoint endpoint;
   const ScratchFolder scratch;
-  scratch.writeSettings(endpoint.url());
+  scratch.writeSettings(endpoint.settings());
   std::cout << "Endpoint at " << endpoint.url() << ", host " << argv[1] << "\n";
 
   const auto calls = runHost(argv[1], scratch.path);
-  const auto tags = endpoint.tags();
+  const auto tags = endpoint.wait(calls.size(), std::chrono::seconds(0));
   for (std::size_t i = 0; i < std::min(calls.size(), tags.size()); ++i) show(calls[i], tags[i]);
   if (!tags.empty()) {
     std::cout << "\n  in every tag:";
-    for (const auto& [key, value] : tags.front().keys) {
-      if (isInEveryTag(key)) std::cout << ' ' << key << '=' << value.string();
-    }
-    std::cout << '\n';
+    showKeys(tags.front(), true);
   }
   std::cout << "\n" << calls.size() << " calls, " << tags.size() << " tags arrived\n";
   return !calls.empty() && calls.size() == tags.size() ? 0 : 1;

@@ -1,12 +1,14 @@
 // The facade, the module and the real default core against a local endpoint.
 
-#include "tests/kit/collector.h"
 #include "tests/kit/host_test.h"
+#include "tools/local_endpoint.h"
 #include "vantamo/default_core.h"
 #include "vantamo/nq_core.h"
 #include "vantamo/vantamo.h"
 
 namespace vantamo::test {
+
+using Collector = tools::LocalEndpoint;
 namespace {
 
 using std::chrono::seconds;

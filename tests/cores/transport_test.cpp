@@ -2,12 +2,14 @@
 
 #include "cores/default/curl_transport.h"
 #include "cores/default/request_builder.h"
-#include "tests/kit/collector.h"
 #include "tests/kit/host_test.h"
+#include "tools/local_endpoint.h"
 #include "vantamo/module_directory.h"
 #include "vantamo/nq_core.h"
 
 namespace vantamo::test {
+
+using Collector = tools::LocalEndpoint;
 namespace {
 
 using core::CurlTransport;

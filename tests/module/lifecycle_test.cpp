@@ -39,7 +39,7 @@ TEST_F(LifecycleTest, StartFollowsItsSteps) {
 TEST_F(LifecycleTest, PostUrlDecidesWhetherReachabilityIsWatched) {
   const std::string emptyUrl = "postMessageURLString is nil or empty";
   // The setting, the hosts watched for it, and how often it is called empty.
-  const std::vector<std::tuple<Value, std::vector<std::string>, int>> cases = {
+  const std::vector<std::tuple<Value, std::vector<std::string>, std::size_t>> cases = {
       {nullptr, {}, 1},
       {"", {}, 1},
       {7, {}, 1},
@@ -52,7 +52,7 @@ TEST_F(LifecycleTest, PostUrlDecidesWhetherReachabilityIsWatched) {
     core.settings["VTMod"].set("PostMessageUrl", url);
     EXPECT_TRUE(module.start());
     EXPECT_EQ(core.hostNames, hosts);
-    EXPECT_THAT(logTexts(), Contains(emptyUrl).Times(empty));
+    EXPECT_THAT(logTexts(), Contains(emptyUrl).Times(testing::Eq(empty)));
     EXPECT_TRUE(module.stop());
   }
   EXPECT_EQ(core.calls.startNotifier, 1);

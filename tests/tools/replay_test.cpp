@@ -5,10 +5,12 @@
 #include <array>
 #include <sstream>
 
-#include "tests/kit/collector.h"
 #include "tests/kit/host_test.h"
+#include "tools/local_endpoint.h"
 
 namespace vantamo::test {
+
+using Collector = tools::LocalEndpoint;
 namespace {
 
 using testing::HasSubstr;

@@ -12,27 +12,30 @@
 
 #include "support/json.h"
 
-namespace vantamo::test {
+namespace vantamo::tools {
 
-/// A local endpoint that keeps what it is sent and answers as told.
-class Collector {
+/// An endpoint on a free port of this machine that keeps what it is sent and answers as told.
+class LocalEndpoint {
  public:
   struct Received {
     std::string body;
     httplib::Headers headers;
 
+    /// The string under `name` in the body, a JSON object; "-" when there is none.
     [[nodiscard]] std::string key(std::string_view name) const {
       return std::string(support::parseJson(body).map().stringAt(name).value_or("-"));
     }
+    /// The value of a header; "-" when it was not sent.
     [[nodiscard]] std::string header(const std::string& name) const {
       const auto found = headers.find(name);
       return found == headers.end() ? "-" : found->second;
     }
   };
-  /// The status for the n-th request, from 0.
+  /// The status for the n-th request, from 0. Called on the server's threads.
   using Answer = std::function<int(std::size_t number)>;
 
-  explicit Collector(Answer answer = [](std::size_t) { return 204; }) : answer_(std::move(answer)) {
+  explicit LocalEndpoint(Answer answer = [](std::size_t) { return 204; })
+      : answer_(std::move(answer)) {
     server_.Post("/collect", [this](const httplib::Request& request, httplib::Response& response) {
       std::unique_lock lock(mutex_);
       const std::size_t number = received_.size();
@@ -47,9 +50,9 @@ class Collector {
     thread_ = std::thread([this] { server_.listen_after_bind(); });
     while (!server_.is_running()) std::this_thread::yield();
   }
-  Collector(const Collector&) = delete;
-  Collector& operator=(const Collector&) = delete;
-  ~Collector() {
+  LocalEndpoint(const LocalEndpoint&) = delete;
+  LocalEndpoint& operator=(const LocalEndpoint&) = delete;
+  ~LocalEndpoint() {
     server_.stop();
     thread_.join();
   }
@@ -57,6 +60,7 @@ class Collector {
   [[nodiscard]] std::string url() const {
     return "http://127.0.0.1:" + std::to_string(port_) + "/collect";
   }
+  /// What a module's settings file needs to post here.
   [[nodiscard]] std::string settings() const {
     return R"({"PostMessageUrl":")" + url() + R"(","AppName":"App","ClientId":"123"})";
   }
@@ -79,4 +83,4 @@ class Collector {
   std::thread thread_;
 };
 
-}  // namespace vantamo::test
+}  // namespace vantamo::tools
