@@ -88,7 +88,7 @@ std::string_view nameOf(ArgumentKind kind) {
   return "";
 }
 
-std::string quoted(std::string_view name) { return "\"" + std::string(name) + "\""; }
+std::string quoted(std::string_view name) { return std::string("\"").append(name).append("\""); }
 
 }  // namespace
 

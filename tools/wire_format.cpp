@@ -12,7 +12,7 @@ namespace {
 
 using namespace vantamo::tags;
 
-std::string code(std::string_view text) { return "`" + std::string(text) + "`"; }
+std::string code(std::string_view text) { return std::string("`").append(text).append("`"); }
 
 std::string whenWritten(Form form) {
   switch (form) {

@@ -63,6 +63,18 @@ struct Delivery {
   SenderWorker worker;
 };
 
+// Keeps sending on for its scope.
+class DrainScope {
+ public:
+  explicit DrainScope(Sender& sender) : sender_(sender) { sender_.beginDrain(); }
+  DrainScope(const DrainScope&) = delete;
+  DrainScope& operator=(const DrainScope&) = delete;
+  ~DrainScope() { sender_.endDrain(); }
+
+ private:
+  Sender& sender_;
+};
+
 class DefaultCore final : public NQCore {
  public:
   static DefaultCore& instance() {
@@ -213,7 +225,7 @@ bool DefaultCore::drain(std::chrono::milliseconds timeout) {
   const auto deadline = Sender::Clock::now() + timeout;
   Delivery* delivery = delivery_;
   if (delivery == nullptr) return undeliveredMessageCount() == 0;
-  delivery->sender.beginDrain();
+  const DrainScope draining(delivery->sender);
   delivery->sender.retryNow();
   delivery->worker.start();
   std::uint64_t seen = delivery->worker.progress();
@@ -223,7 +235,6 @@ bool DefaultCore::drain(std::chrono::milliseconds timeout) {
     seen = delivery->worker.progress();
     empty = delivery->queue->size() == 0;
   }
-  delivery->sender.endDrain();
   return empty;
 }
 
