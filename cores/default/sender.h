@@ -60,16 +60,15 @@ class Sender {
   std::optional<TimePoint> attempt(const QueuedMessage& message);
   [[nodiscard]] TimePoint failed();
   [[nodiscard]] bool mayAttempt(std::int64_t sequence);
+  [[nodiscard]] bool sendingIsOn() const VANTAMO_REQUIRES(mutex_) {
+    return sending_ || drains_ > 0;
+  }
 
   const Parts parts_;
   std::optional<std::int64_t> deliveredButKept_;  // step() only
 
   platform::Mutex mutex_;
   RetryPolicy policy_ VANTAMO_GUARDED_BY(mutex_);
-  [[nodiscard]] bool sendingIsOn() const VANTAMO_REQUIRES(mutex_) {
-    return sending_ || drains_ > 0;
-  }
-
   bool sending_ VANTAMO_GUARDED_BY(mutex_) = false;
   int drains_ VANTAMO_GUARDED_BY(mutex_) = 0;
   bool retryWanted_ VANTAMO_GUARDED_BY(mutex_) = false;

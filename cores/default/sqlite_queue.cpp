@@ -4,6 +4,7 @@
 #include <atomic>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include "cores/default/message_queue.h"
 #include "platform/file.h"
@@ -123,15 +124,18 @@ class SqliteQueue final : public MessageQueue {
   // The write after it begins the log anew and waits for the disk: here, and not in a host's
   // append.
   void tidy() noexcept override {
-    if (changes_ < changesPerTidy) return;
-    changes_ = 0;
+    const int changes = changes_;
+    const bool quiet = std::exchange(changesSeen_, changes) == changes;
+    if (changes < changesPerTidy && !(unmoved_ && quiet)) return;
+    changes_ = changesSeen_ = 0;
     try {
       const platform::MutexLock lock(sendingMutex_);
       SQLite::Statement checkpoint(sending_.database, "PRAGMA wal_checkpoint(PASSIVE)");
-      const bool moved = checkpoint.executeStep() &&
-                         checkpoint.getColumn(1).getInt() == checkpoint.getColumn(2).getInt();
-      if (!moved) changes_ = changesPerTidy;  // appends came in between: again at the next step
+      // Appends that come in between keep the log from being moved whole: again when it is quiet.
+      unmoved_ = !checkpoint.executeStep() ||
+                 checkpoint.getColumn(1).getInt() != checkpoint.getColumn(2).getInt();
       checkpoint.reset();
+      if (unmoved_) return;
       sending_.database.exec(
           "INSERT INTO tidied VALUES(1, 1) ON CONFLICT DO UPDATE SET count = count + 1");
     } catch (const std::exception&) {
@@ -144,6 +148,8 @@ class SqliteQueue final : public MessageQueue {
 
   std::atomic<std::int64_t> newest_{0};
   std::atomic<int> changes_{changesPerTidy};  // an earlier run may have left a long log
+  int changesSeen_ = 0;                       // by the last tidy(), as is the next
+  bool unmoved_ = false;
 
   platform::Mutex appendingMutex_;
   Connection appending_ VANTAMO_GUARDED_BY(appendingMutex_);
