@@ -111,8 +111,8 @@ bool satisfiesEntries(std::string_view name, const Value::List& list,
 }  // namespace
 
 const Value::Map& VTConstraintsChecker::allConstraints() {
-  static const auto& constraints = *new Value::Map(buildAllConstraints());
-  return constraints;
+  static constinit vantamo::platform::ProcessSingleton<Value::Map> constraints;
+  return constraints.get([] { return new Value::Map(buildAllConstraints()); });
 }
 
 bool VTConstraintsChecker::satisfy(const Value::Map& parameters, Text apiName) {

@@ -2,6 +2,7 @@
 
 #include "module/settings_reader.h"
 #include "platform/bundle.h"
+#include "platform/process_singleton.h"
 #include "platform/url_host.h"
 #include "state/vt_mod_session.h"
 #include "support/guarded.h"
@@ -15,8 +16,8 @@ using vantamo::support::withValue;
 namespace platform = vantamo::platform;
 
 VTMod& VTMod::sharedInstance() {
-  static auto& instance = *new VTMod();
-  return instance;
+  static constinit platform::ProcessSingleton<VTMod> instance;
+  return instance.get([] { return new VTMod(); });
 }
 
 VTMod::VTMod() {

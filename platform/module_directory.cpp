@@ -4,6 +4,7 @@
 #include <string>
 
 #include "platform/mutex.h"
+#include "platform/process_singleton.h"
 
 namespace vantamo {
 namespace {
@@ -14,8 +15,8 @@ struct Directory {
 };
 
 Directory& directory() {
-  static auto& instance = *new Directory();
-  return instance;
+  static constinit platform::ProcessSingleton<Directory> instance;
+  return instance.get();
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/mutex.h"
+#include "platform/process_singleton.h"
 
 namespace vantamo {
 namespace {
@@ -27,8 +28,8 @@ struct NotificationCenter::State {
 NotificationCenter::NotificationCenter() : state_(std::make_unique<State>()) {}
 
 NotificationCenter& NotificationCenter::defaultCenter() {
-  static auto& center = *new NotificationCenter();
-  return center;
+  static constinit platform::ProcessSingleton<NotificationCenter> center;
+  return center.get([] { return new NotificationCenter(); });
 }
 
 void NotificationCenter::addObserver(const void* observer, std::string_view name, Handler handler) {

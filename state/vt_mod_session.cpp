@@ -4,6 +4,7 @@
 
 #include "platform/directories.h"
 #include "platform/file.h"
+#include "platform/process_singleton.h"
 #include "platform/random.h"
 #include "state/session_ids.h"
 #include "support/guarded.h"
@@ -17,8 +18,8 @@ namespace platform = vantamo::platform;
 std::atomic<bool (*)()> VTModSession::isAnonymous_{nullptr};
 
 VTModSession& VTModSession::sharedInstance() {
-  static auto& instance = *new VTModSession();
-  return instance;
+  static constinit platform::ProcessSingleton<VTModSession> instance;
+  return instance.get();
 }
 
 VTModSession::VTModSession() {

@@ -3,11 +3,13 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/process_singleton.h"
+
 using vantamo::platform::MutexLock;
 
 VTTagsRingBuffer& VTTagsRingBuffer::sharedInstance() {
-  static auto& instance = *new VTTagsRingBuffer();
-  return instance;
+  static constinit vantamo::platform::ProcessSingleton<VTTagsRingBuffer> instance;
+  return instance.get();
 }
 
 void VTTagsRingBuffer::addObject(Tag tag) {

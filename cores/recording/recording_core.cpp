@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/process_singleton.h"
 #include "vantamo/module_directory.h"
 #include "vantamo/notification_center.h"
 
@@ -35,8 +36,8 @@ class RecordingReachability final : public NQReachability {
 };
 
 RecordingCore& RecordingCore::sharedInstance() {
-  static auto& instance = *new RecordingCore();
-  return instance;
+  static constinit platform::ProcessSingleton<RecordingCore> instance;
+  return instance.get([] { return new RecordingCore(); });
 }
 
 bool RecordingCore::enableModule(std::string_view moduleName) {
