@@ -4,6 +4,7 @@
 #include <charconv>
 #include <string>
 
+#include "platform/process_singleton.h"
 #include "support/debug_log.h"
 #include "support/guarded.h"
 #include "support/utf.h"
