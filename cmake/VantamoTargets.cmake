@@ -27,6 +27,9 @@ function(vantamo_library target)
   add_library(Vantamo::${target} ALIAS ${target})
   vantamo_compile_options(${target})
   set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  # Never unloaded, and nor is a plug-in of the host's that contains us: threads may be inside, and
+  # what is made once stays.
+  target_link_options(${target} PUBLIC "LINKER:-z,nodelete")
   target_include_directories(${target} PUBLIC
     $<BUILD_INTERFACE:${Vantamo_SOURCE_DIR}/include>)
 endfunction()

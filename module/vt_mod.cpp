@@ -15,6 +15,17 @@ using vantamo::support::guarded;
 using vantamo::support::withValue;
 namespace platform = vantamo::platform;
 
+namespace {
+
+// Before main, so that the data of an earlier run can be erased before the first start, too.
+[[maybe_unused]] const bool erasureIsKnown = [] {
+  vantamo::registerModuleErasure(VTMod::moduleName,
+                                 [] { return VTMod::sharedInstance().eraseVisitor(); });
+  return true;
+}();
+
+}  // namespace
+
 VTMod& VTMod::sharedInstance() {
   static constinit platform::ProcessSingleton<VTMod> instance;
   return instance.get([] { return new VTMod(); });
@@ -114,6 +125,17 @@ bool VTMod::resetSession() {
     vtTagsRingBuffer_ = &buffer;
     buffer.setFirstPageView(true);
     result = true;
+  });
+}
+
+bool VTMod::eraseVisitor() {
+  constexpr const char* operation = "-[VTMod eraseVisitor]";
+  return guarded(operation, false, [&](bool& result) {
+    result = VTModSession::sharedInstance().eraseVisitor(isEnabled());
+    VTTagsRingBuffer& buffer = VTTagsRingBuffer::sharedInstance();
+    buffer.setRingBuffer({});
+    buffer.setFirstPageView(true);
+    if (!result) debugLog(operation, [] { return "session file could not be erased"; });
   });
 }
 

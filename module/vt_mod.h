@@ -43,6 +43,10 @@ class VTMod final : public NQLifecycleObject {
   bool newSession();
   /// A new session in any case.
   bool resetSession();
+  /// Forgets the visitor: the session file and the buffered tags go, and an enabled module goes on
+  /// in a new session as a new visitor. An event that another thread fires meanwhile may still
+  /// carry the old ids. True when nothing of the old visitor is left.
+  bool eraseVisitor();
   bool enable() override;
   bool disable() override;
   [[nodiscard]] bool isEnabled() const override { return bModuleEnabled_; }

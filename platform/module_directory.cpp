@@ -1,35 +1,73 @@
 #include "vantamo/module_directory.h"
 
-#include <map>
+#include <atomic>
 #include <string>
-
-#include "platform/mutex.h"
-#include "platform/process_singleton.h"
 
 namespace vantamo {
 namespace {
 
-struct Directory {
-  platform::Mutex mutex;
-  std::map<std::string, ModuleInstance, std::less<>> classes VANTAMO_GUARDED_BY(mutex);
+// Functions under names. Only ever added to and without a lock, so that a forked child finds what
+// its parent has registered.
+template <class Function>
+class Registry {
+ public:
+  struct Entry {
+    std::string name;
+    Function function;
+    const Entry* older;
+  };
+
+  constexpr Registry() = default;
+
+  void add(std::string_view name, Function function) {
+    if (const Entry* known = find(name); known != nullptr && known->function == function) return;
+    auto* const entry = new Entry{std::string(name), function, newest_.load()};
+    while (!newest_.compare_exchange_weak(entry->older, entry)) continue;
+  }
+  [[nodiscard]] const Entry* newest() const { return newest_.load(); }
+  [[nodiscard]] const Entry* find(std::string_view name) const {
+    const Entry* entry = newest();
+    while (entry != nullptr && entry->name != name) entry = entry->older;
+    return entry;
+  }
+
+ private:
+  std::atomic<const Entry*> newest_{nullptr};
 };
 
-Directory& directory() {
-  static constinit platform::ProcessSingleton<Directory> instance;
-  return instance.get();
+constinit Registry<ModuleInstance> classes;
+constinit Registry<ModuleErasure> erasures;
+
+bool erases(ModuleErasure eraseUserData) noexcept {
+  try {
+    return eraseUserData();
+  } catch (...) {  // one module's failure must not keep the others' data
+    return false;
+  }
 }
 
 }  // namespace
 
 void registerModuleClass(std::string_view moduleName, ModuleInstance sharedInstance) {
-  const platform::MutexLock lock(directory().mutex);
-  directory().classes.insert_or_assign(std::string(moduleName), sharedInstance);
+  classes.add(moduleName, sharedInstance);
 }
 
 ModuleInstance moduleClass(std::string_view moduleName) {
-  const platform::MutexLock lock(directory().mutex);
-  const auto entry = directory().classes.find(moduleName);
-  return entry == directory().classes.end() ? nullptr : entry->second;
+  const auto* const entry = classes.find(moduleName);
+  return entry == nullptr ? nullptr : entry->function;
+}
+
+void registerModuleErasure(std::string_view moduleName, ModuleErasure eraseUserData) {
+  erasures.add(moduleName, eraseUserData);
+}
+
+bool eraseModuleData() {
+  bool all = true;
+  for (const auto* entry = erasures.newest(); entry != nullptr; entry = entry->older) {
+    const bool isCurrent = erasures.find(entry->name) == entry;
+    if (isCurrent && !erases(entry->function)) all = false;
+  }
+  return all;
 }
 
 }  // namespace vantamo

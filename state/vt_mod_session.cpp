@@ -1,5 +1,6 @@
 #include "state/vt_mod_session.h"
 
+#include <chrono>
 #include <stdexcept>
 
 #include "platform/directories.h"
@@ -15,7 +16,13 @@ using vantamo::support::debugLog;
 using vantamo::support::guarded;
 namespace platform = vantamo::platform;
 
-std::atomic<bool (*)()> VTModSession::isAnonymous_{nullptr};
+constinit std::atomic<bool (*)()> VTModSession::isAnonymous_{nullptr};
+
+namespace {
+
+constexpr const char* updateOperation = "-[VTModSession updateSessionFile]";
+
+}  // namespace
 
 VTModSession& VTModSession::sharedInstance() {
   static constinit platform::ProcessSingleton<VTModSession> instance;
@@ -23,14 +30,19 @@ VTModSession& VTModSession::sharedInstance() {
 }
 
 VTModSession::VTModSession() {
-  guarded("-[VTModSession init]", [this] { newSession(); });
+  guarded("-[VTModSession init]", [this] {
+    newSession();
+    const std::string path = sessionFilePath();
+    if (!path.empty()) platform::removeLeftovers(path, std::chrono::hours(1));
+  });
 }
 
 void VTModSession::reportAnonymousWhen(bool (*isAnonymous)()) { isAnonymous_ = isAnonymous; }
 
 bool VTModSession::newSession() {
   return guarded("-[VTModSession newSession]", false, [this](bool& result) {
-    const vantamo::platform::MutexLock lock(startMutex_);
+    const platform::MutexLock lock(startMutex_);
+    const SessionFolder folder = lockedFolder();
     std::optional<Value> contents;
     if (sessionFileExists()) contents = contentsOfSessionFile();
     std::string visitor;
@@ -40,7 +52,23 @@ bool VTModSession::newSession() {
     }
     cjuid_.set(visitor.empty() ? newUserId() : visitor);
     cjsid_.set(newSessionId());
-    result = updateSessionFile();
+    result = writeSessionFile();
+  });
+}
+
+bool VTModSession::eraseVisitor(bool running) {
+  return guarded("-[VTModSession eraseVisitor]", false, [this, running](bool& result) {
+    const platform::MutexLock lock(startMutex_);
+    cjuid_.set(newUserId());
+    cjsid_.set(newSessionId());
+    const std::string path = sessionFilePath();
+    if (path.empty()) return;
+    const SessionFolder folder = running ? lockedFolder() : nullptr;
+    const bool removed = platform::removeFile(path);
+    platform::removeLeftovers(path, std::chrono::seconds(0));
+    // A file that cannot be removed may still take other ids in place of the visitor's.
+    const bool written = (running || !removed) && writeSessionFile();
+    result = removed || written;
   });
 }
 
@@ -82,8 +110,9 @@ bool VTModSession::createSessionDirectory() const {
 std::optional<Value> VTModSession::contentsOfSessionFile() const {
   constexpr const char* operation = "-[VTModSession contentsOfSessionFile]";
   constexpr std::size_t sizeLimit = 16UL * 1024 * 1024;
+  constexpr auto link = platform::Link::refused;
   return guarded(operation, std::optional<Value>(), [&](std::optional<Value>& result) {
-    if (const auto text = platform::readFile(sessionFilePath(), sizeLimit)) {
+    if (const auto text = platform::readFile(sessionFilePath(), sizeLimit, link)) {
       try {
         result = vantamo::support::parseJson(*text);
       } catch (const vantamo::support::JsonError&) {
@@ -96,10 +125,23 @@ std::optional<Value> VTModSession::contentsOfSessionFile() const {
   });
 }
 
+// Made before it is locked, so that two processes that both find no file make one visitor.
+VTModSession::SessionFolder VTModSession::lockedFolder() const {
+  if (!sessionDirectoryExists() && !createSessionDirectory()) return nullptr;
+  const std::string path = sessionDirectoryPath();
+  platform::keepOthersOut(path);
+  return std::make_unique<platform::FolderLock>(path);
+}
+
 bool VTModSession::updateSessionFile() const {
-  constexpr const char* operation = "-[VTModSession updateSessionFile]";
-  return guarded(operation, false, [&](bool& result) {
+  return guarded(updateOperation, false, [this](bool& result) {
     if (!sessionDirectoryExists()) createSessionDirectory();
+    result = writeSessionFile();
+  });
+}
+
+bool VTModSession::writeSessionFile() const {
+  return guarded(updateOperation, false, [this](bool& result) {
     const auto visitor = cjuid_.get();
     const auto session = cjsid_.get();
     if (!visitor || !session) throw std::invalid_argument("a session id is missing");
@@ -108,7 +150,7 @@ bool VTModSession::updateSessionFile() const {
     if (path.empty()) return;
     const auto written = platform::replaceFile(path, vantamo::support::writeJson(ids));
     if (written == platform::FileWrite::failed) {
-      debugLog(operation, [] { return "Error updating session file"; });
+      debugLog(updateOperation, [] { return "Error updating session file"; });
     }
     result = written == platform::FileWrite::done;
   });

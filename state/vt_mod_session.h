@@ -1,9 +1,11 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 #include <optional>
 #include <string>
 
+#include "platform/folder_lock.h"
 #include "platform/mutex.h"
 #include "vantamo/text.h"
 #include "vantamo/value.h"
@@ -11,7 +13,7 @@
 /// Owns the two identifiers stamped on every tag: the visitor id `cjuid`, which survives restarts,
 /// and the session id `cjsid`, made new with each session. Both are kept in
 /// <caches>/VTSessions/VTSessions.json as {"cjuid":"...","cjsid":"..."}; only the visitor id is
-/// ever read back.
+/// ever read back. Processes of one user share the file, and with it the visitor.
 ///
 /// Safe from any thread: the ids are guarded, and sessions start one at a time. Nothing derived
 /// from std::exception leaves an operation; a failure is logged and answered with "", false or
@@ -29,6 +31,10 @@ class VTModSession {
   /// writes both. What updateSessionFile answers; false and nothing changed when the file holds
   /// JSON that is not an object.
   bool newSession();
+  /// Makes new ids, as for a visitor never seen, and puts them in the file's place when `running`;
+  /// else removes the file, and the next session makes another visitor. True when the file holds
+  /// nothing of the old visitor any more.
+  bool eraseVisitor(bool running);
 
   std::string sessionDirectoryPath() const;
   bool sessionDirectoryExists() const;
@@ -57,6 +63,13 @@ class VTModSession {
   static void reportAnonymousWhen(bool (*isAnonymous)());
 
  private:
+  using SessionFolder = std::unique_ptr<vantamo::platform::FolderLock>;
+
+  /// The folder, created when it is not there, for as long as this process alone may change it;
+  /// null when there is none.
+  SessionFolder lockedFolder() const;
+  bool writeSessionFile() const;
+
   static std::atomic<bool (*)()> isAnonymous_;
 
   vantamo::platform::Mutex startMutex_;  // one session starts at a time

@@ -36,7 +36,8 @@ void debugLog(std::string_view operation, MakeText&& makeText, int line = __buil
   }
 }
 
-/// `format` with its one "%@" replaced by `value`.
+/// `format` with its one "%@" replaced by `value`: its control characters as \xNN, and what is
+/// longer than 1000 bytes cut, with "..." at its end.
 [[nodiscard]] std::string withValue(std::string_view format, std::string_view value);
 /// `format` with its first two "%@" replaced, in order.
 [[nodiscard]] std::string withValues(std::string_view format, std::string_view first,
