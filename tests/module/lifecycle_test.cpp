@@ -2,6 +2,7 @@
 
 #include "module/vt_mod.h"
 #include "tests/kit/module_test.h"
+#include "vantamo/module_directory.h"
 #include "vantamo/notification_center.h"
 
 namespace vantamo::test {
@@ -131,6 +132,27 @@ TEST_F(LifecycleTest, SessionsAndIdsExistOnlyWhileEnabled) {
   EXPECT_TRUE(module.vtTagsRingBuffer()->firstPageView());
   EXPECT_NE(module.sessionId(), session);
   EXPECT_EQ(module.visitorId(), visitor);
+}
+
+TEST_F(LifecycleTest, AnErasedVisitorIsNeverSeenAgain) {
+  ASSERT_TRUE(module.start());
+  const std::string session = module.sessionId();
+  std::vector<std::string> visitors = {module.visitorId()};
+  core.changeReachability(0);
+  Vantamo::firePageView({.pageId = "p"});
+  EXPECT_TRUE(module.eraseVisitor());
+  EXPECT_EQ(module.vtTagsRingBuffer()->count(), 0U);
+  EXPECT_NE(module.sessionId(), session);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_THAT(visitors, testing::Not(Contains(module.visitorId())));
+    visitors.push_back(module.visitorId());
+    EXPECT_TRUE(module.newSession());
+    EXPECT_EQ(module.visitorId(), visitors.back());
+    ASSERT_TRUE(module.stop());
+    EXPECT_TRUE(eraseModuleData());  // as a core asks for it
+    EXPECT_TRUE(std::filesystem::is_empty(caches() / "VTSessions"));
+    ASSERT_TRUE(module.start());
+  }
 }
 
 TEST_F(LifecycleTest, ReachabilityChangesAreStoredAndNamed) {

@@ -1,10 +1,18 @@
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
 #include "platform/bundle.h"
 #include "platform/device.h"
 #include "platform/directories.h"
 #include "platform/file.h"
+#include "platform/process_singleton.h"
 #include "platform/sha1.h"
 #include "platform/url_host.h"
 #include "tests/kit/host_test.h"
+#include "vantamo/module_directory.h"
 #include "vantamo/notification_center.h"
 
 namespace vantamo::test {
@@ -61,6 +69,57 @@ TEST_F(HostTest, FilesAreReadAndReplacedWhole) {
   EXPECT_TRUE(platform::createDirectories((scratch() / "a/b//c").string()));
   EXPECT_FALSE(platform::createDirectories(path));
   EXPECT_EQ(platform::sha1Hex("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
+}
+
+TEST_F(HostTest, OnlyAFileThatIsCertainlyOursIsWrittenInPlace) {
+  // No room for the name of a temporary file.
+  const std::string path = (scratch() / std::string(230, 'f')).string();
+  EXPECT_EQ(platform::replaceFile(path, "x"), platform::FileWrite::notOpened);
+  std::ofstream(path) << "before";
+  EXPECT_EQ(platform::replaceFile(path, "now"), platform::FileWrite::done);
+  const std::string other = (scratch() / "other").string();
+  std::filesystem::create_hard_link(path, other);
+  EXPECT_EQ(platform::replaceFile(path, "x"), platform::FileWrite::notOpened);
+  std::filesystem::remove(path);
+  std::filesystem::create_symlink(other, path);
+  EXPECT_EQ(platform::replaceFile(path, "x"), platform::FileWrite::notOpened);
+  EXPECT_EQ(platform::readFile(path, 10), "now");
+  EXPECT_FALSE(platform::readFile(path, 10, platform::Link::refused));
+}
+
+struct Made {
+  explicit Made(std::atomic<int>& counter) : number(++counter) {
+    if (number == 1) throw std::runtime_error("not yet");
+  }
+  static void abandonInChild(Made& made) noexcept { made.number = -made.number; }
+  int number;
+};
+
+TEST(ProcessSingletonTest, IsMadeOnceInEachProcess) {
+  static constinit platform::ProcessSingleton<Made> singleton;
+  static std::atomic<int> counter{0};
+  const auto get = []() -> Made& { return singleton.get([] { return new Made(counter); }); };
+  EXPECT_THROW(get(), std::runtime_error);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) threads.emplace_back([&] { EXPECT_EQ(get().number, 2); });
+  for (std::thread& thread : threads) thread.join();
+  Made& ours = get();
+  const pid_t child = fork();
+  if (child == 0) _exit(ours.number == -2 && get().number == 3 && get().number == 3 ? 0 : 1);
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(get().number, 2);
+}
+
+TEST(ModuleDirectoryTest, ErasesEveryModuleAndReportsEachFailure) {
+  static int calls = 0;
+  registerModuleErasure("A", []() -> bool { throw 7; });
+  registerModuleErasure("B", [] { return ++calls > 0; });
+  EXPECT_FALSE(eraseModuleData());
+  registerModuleErasure("A", [] { return ++calls > 0; });
+  EXPECT_TRUE(eraseModuleData());
+  EXPECT_EQ(calls, 3);
 }
 
 TEST(NotificationCenterTest, HandlersHearUntilTheirObserverIsRemoved) {

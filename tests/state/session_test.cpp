@@ -1,5 +1,9 @@
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
+#include <csignal>
 #include <thread>
 
 #include "state/session_ids.h"
@@ -31,6 +35,7 @@ class SessionTest : public HostTest {
 constexpr const char* newVisitor = "10[0-9]{21}";
 
 TEST_F(SessionTest, FirstLaunchWritesBothIdsForThisUserOnly) {
+  umask(0777);
   const VTModSession session;
   EXPECT_THAT(*session.cjuid(), MatchesRegex(newVisitor));
   EXPECT_THAT(*session.cjsid(), MatchesRegex("[1-5][0-9]{9}"));
@@ -42,6 +47,65 @@ TEST_F(SessionTest, FirstLaunchWritesBothIdsForThisUserOnly) {
   EXPECT_EQ(info.st_mode & 0777U, 0600U);
   ASSERT_EQ(stat(file().parent_path().c_str(), &info), 0);
   EXPECT_EQ(info.st_mode & 0777U, 0700U);
+  ASSERT_EQ(chmod(file().parent_path().c_str(), 0775), 0);
+  const VTModSession next;
+  ASSERT_EQ(stat(file().parent_path().c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777U, 0700U);
+}
+
+TEST_F(SessionTest, WhatStandsInTheFilesPlaceOrBesideItIsNotTrusted) {
+  const auto planted = scratch() / "planted";
+  std::ofstream(planted) << R"({"cjuid":"planted"})";
+  std::filesystem::create_directories(file().parent_path());
+  std::filesystem::create_symlink(planted, file());
+  const auto leftover = file().string() + "." + platform::randomUuid();
+  const auto young = file().string() + "." + platform::randomUuid();
+  const auto foreign = file().string() + ".copy";
+  for (const auto& name : {leftover, young, foreign}) std::ofstream(name) << "x";
+  for (const auto& name : {leftover, foreign}) {
+    std::filesystem::last_write_time(
+        name, std::filesystem::file_time_type::clock::now() - std::chrono::hours(2));
+  }
+  VTModSession session;
+  EXPECT_THAT(*session.cjuid(), MatchesRegex(newVisitor));
+  EXPECT_FALSE(std::filesystem::is_symlink(file()));
+  EXPECT_EQ(std::filesystem::file_size(planted), 19U);
+  EXPECT_FALSE(std::filesystem::exists(leftover));
+  EXPECT_TRUE(std::filesystem::exists(young) && std::filesystem::exists(foreign));
+  // All of the visitor's goes, at whatever age.
+  EXPECT_TRUE(session.eraseVisitor(false));
+  EXPECT_FALSE(std::filesystem::exists(file()) || std::filesystem::exists(young));
+}
+
+TEST_F(SessionTest, ProcessesReadAndWriteOneAfterTheOther) {
+  writeFile("no JSON");
+  const int folder = open(file().parent_path().c_str(), O_RDONLY | O_CLOEXEC);
+  int locksInBetween = 0;  // the log is written between reading and writing
+  overrides.logSink = [&](std::string_view) {
+    if (flock(folder, LOCK_EX | LOCK_NB) == 0) ++locksInBetween;
+  };
+  setPlatformOverrides(overrides);
+  const VTModSession session;
+  EXPECT_EQ(locksInBetween, 0);
+  EXPECT_EQ(flock(folder, LOCK_EX | LOCK_NB), 0);
+  VTModSession next;  // goes on beside a stopped process
+  EXPECT_EQ(next.cjuid(), session.cjuid());
+  EXPECT_TRUE(next.newSession());
+}
+
+TEST_F(SessionTest, AKilledProcessLeavesAWholeFile) {
+  const auto visitor = VTModSession().cjuid();
+  for (int i = 0; i < 20; ++i) {
+    const pid_t child = fork();
+    if (child == 0) {
+      for (VTModSession session;;) session.newSession();
+    }
+    const std::string before = readFile();
+    while (readFile() == before) std::this_thread::yield();
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    EXPECT_EQ(support::parseJson(readFile()).map().stringAt("cjuid"), visitor);
+  }
 }
 
 TEST_F(SessionTest, WhatTheFileHoldsDecidesTheVisitor) {

@@ -117,6 +117,12 @@ TEST_F(HostTest, DebugLogHasItsFrameAndTheLineOfThePlace) {
   EXPECT_EQ(rawLog().at(0), "\n~\nVantamo:\t{ -[Some place:] } { " + std::to_string(line) +
                                 " } \n~~\ntext %@ 100%\n~~~\n\n");
   EXPECT_EQ(support::withValues("a %@ b %@ c", "%@", "2"), "a %@ b 2 c");
+  EXPECT_EQ(support::withValue("\n%@\n", std::string_view("\n~\t\0\x7f\u00e9", 7)),
+            "\n\\x0a~\\x09\\x00\\x7f\u00e9\n");
+  const std::string head(997, 'a');
+  EXPECT_EQ(support::withValue("%@", head + "bcd"), head + "bcd");
+  EXPECT_EQ(support::withValue("%@", head + "\U0001F600"), head + "...");
+  EXPECT_EQ(support::withValue("%@", head + "bc\u00e9"), head + "bc...");
 }
 
 TEST_F(HostTest, EachPlaceReadsTheLevelOnce) {
