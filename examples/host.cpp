@@ -75,7 +75,7 @@ int main(int argc, char** argv) {
 
   // Tags are safe once accepted and go out by themselves; a program that is about to end may wait a
   // little so that they go out with this run and not the next.
-  const bool delivered = vantamo::default_core::drain(std::chrono::seconds(5));
+  const bool delivered = vantamo::default_core::flush(std::chrono::seconds(5));
   Vantamo::shutdown();
   return delivered ? 0 : 3;
 }

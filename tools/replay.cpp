@@ -41,7 +41,7 @@ Calls scriptCalls(double drainSeconds) {
                       return Value(true);
                     }};
   calls["drain"] = {{{"seconds", ArgumentKind::number}}, [drainSeconds](const Value::Map& members) {
-                      return Value(default_core::drain(waitOf(secondsOf(members, drainSeconds))));
+                      return Value(default_core::flush(waitOf(secondsOf(members, drainSeconds))));
                     }};
   return calls;
 }
@@ -122,7 +122,7 @@ int replay(const ReplayOptions& options, std::istream& standardInput, std::ostre
   }
   const bool wellFormed =
       run(readsFile ? file : standardInput, scriptCalls(options.drainSeconds), answers);
-  const bool delivered = default_core::drain(waitOf(options.drainSeconds));
+  const bool delivered = default_core::flush(waitOf(options.drainSeconds));
   if (!wellFormed) return 1;
   return delivered ? 0 : 3;
 }

@@ -1,6 +1,7 @@
 #include "cores/default/core_settings.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace vantamo::core {
 namespace {
@@ -46,6 +47,20 @@ class ItemReader {
     }
     complain(key, "must be a number of seconds from " + inSeconds(least) + " to " +
                       inSeconds(most) + "; the default of " + inSeconds(target) + " holds");
+  }
+
+  void count(std::string_view key, std::size_t& target, CountRange range) {
+    const Value* item = find(key);
+    if (item == nullptr) return;
+    const double value = item->isNumber() && !item->isBool() ? item->number() : -1;
+    if (value >= static_cast<double>(range.least) && value <= static_cast<double>(range.most) &&
+        value == std::floor(value)) {
+      target = static_cast<std::size_t>(value);
+      return;
+    }
+    complain(key, "must be a whole number from " + std::to_string(range.least) + " to " +
+                      std::to_string(range.most) + "; the default of " + std::to_string(target) +
+                      " holds");
   }
 
  private:
@@ -100,6 +115,9 @@ ParsedCoreSettings parseCoreSettings(const Value::Map& items) {
                std::chrono::minutes(5));
   read.seconds("RequestTimeoutSeconds", settings.requestTimeout, milliseconds(100),
                std::chrono::minutes(10));
+  read.count("MaxQueuedMessages", settings.maxQueuedMessages, queuedMessagesRange);
+  read.count("MaxQueueBytes", settings.maxQueueBytes, queueBytesRange);
+  read.count("MaxDeadLetters", settings.maxDeadLetters, deadLettersRange);
   return parsed;
 }
 

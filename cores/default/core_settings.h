@@ -20,7 +20,22 @@ struct CoreSettings {
   RetryPolicy retry;
   std::chrono::milliseconds connectTimeout{std::chrono::seconds(10)};
   std::chrono::milliseconds requestTimeout{std::chrono::seconds(30)};
+  /// Bounds of what is kept.
+  std::size_t maxQueuedMessages = 10'000;
+  std::size_t maxQueueBytes = 20UL * 1024 * 1024;
+  std::size_t maxDeadLetters = 1000;
 };
+
+/// A range of whole numbers, both ends included.
+struct CountRange {
+  std::size_t least = 0;
+  std::size_t most = 0;
+
+  [[nodiscard]] bool holds(std::size_t count) const { return count >= least && count <= most; }
+};
+inline constexpr CountRange queuedMessagesRange{1, 1'000'000};
+inline constexpr CountRange queueBytesRange{64UL * 1024, 1024UL * 1024 * 1024};
+inline constexpr CountRange deadLettersRange{0, 100'000};
 
 struct ParsedCoreSettings {
   CoreSettings settings;

@@ -3,9 +3,12 @@
 #include <curl/curl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 
+#include "cores/default/curl_wakeup.h"
 #include "cores/default/network_state.h"
 #include "platform/environment.h"
 #include "platform/url_host.h"
@@ -18,7 +21,7 @@ struct SlistDeleter {
 };
 using Slist = std::unique_ptr<curl_slist, SlistDeleter>;
 
-Slist headerList(const HttpRequest& request) {
+Slist headerList(const default_core::HttpRequest& request) {
   Slist list;
   const auto append = [&list](const std::string& line) {
     curl_slist* extended = curl_slist_append(list.get(), line.c_str());
@@ -33,8 +36,45 @@ Slist headerList(const HttpRequest& request) {
   return list;
 }
 
-std::size_t discard(char* /*data*/, std::size_t size, std::size_t count, void* /*context*/) {
-  return size * count;
+// What of a response is of interest, and how much of it is read at most.
+struct Answer {
+  static constexpr std::size_t mostHeaderBytes = 64UL * 1024;
+  static constexpr std::size_t mostBodyBytes = 64UL * 1024;
+
+  std::size_t headerBytes = 0;
+  std::size_t bodyBytes = 0;
+  std::optional<std::string> retryAfter;
+  std::optional<std::string> date;
+};
+
+// The value of a header line, when it is one of that name and not too long to make sense.
+std::optional<std::string> headerValue(std::string_view line, std::string_view name) {
+  constexpr std::size_t longest = 200;
+  if (line.size() <= name.size() || line.size() > longest || line[name.size()] != ':') return {};
+  if (!curl_strnequal(line.data(), name.data(), name.size())) return {};
+  std::string_view value = line.substr(name.size() + 1);
+  const std::size_t first = std::min(value.find_first_not_of(" \t"), value.size());
+  const std::size_t last = value.find_last_not_of(" \t\r\n");
+  if (last == std::string_view::npos || last < first) return std::string();
+  return std::string(value.substr(first, last + 1 - first));
+}
+
+// Answering less than was offered ends the transfer.
+std::size_t takeHeader(char* data, std::size_t size, std::size_t count, void* context) {
+  Answer& answer = *static_cast<Answer*>(context);
+  const std::string_view line(data, size * count);
+  answer.headerBytes += line.size();
+  if (answer.headerBytes > Answer::mostHeaderBytes) return 0;
+  if (line.starts_with("HTTP/")) answer.retryAfter = answer.date = std::nullopt;
+  if (auto value = headerValue(line, "Retry-After")) answer.retryAfter = std::move(value);
+  if (auto value = headerValue(line, "Date")) answer.date = std::move(value);
+  return line.size();
+}
+
+std::size_t discard(char* /*data*/, std::size_t size, std::size_t count, void* context) {
+  Answer& answer = *static_cast<Answer*>(context);
+  answer.bodyBytes += size * count;
+  return answer.bodyBytes > Answer::mostBodyBytes ? 0 : size * count;
 }
 
 // The host's child processes are not to inherit the connection.
@@ -61,8 +101,14 @@ void initialiseOnce() {
 
 }  // namespace
 
+Proxies Proxies::fromEnvironment() {
+  return {environmentText({"http_proxy", "all_proxy", "ALL_PROXY"}),
+          environmentText({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}),
+          environmentText({"no_proxy", "NO_PROXY"})};
+}
+
 struct CurlTransport::Handles {
-  CURLM* multi = curl_multi_init();
+  CURLM* multi = makeMultiHandle();
   CURL* easy = curl_easy_init();
 
   Handles() {
@@ -81,62 +127,70 @@ struct CurlTransport::Handles {
     if (code != CURLE_OK) throw std::runtime_error(curl_easy_strerror(code));
   }
 
-  // The environment's proxies are honoured as users expect, but never for this machine itself. They
-  // were read when the transport was made, on the host's thread: reading the environment on another
-  // one would race with a host that changes it.
-  void chooseProxy(const std::string& url) {
+  // The environment's proxies are honoured as users expect, but never for this machine itself.
+  void chooseProxy(const std::string& url, const Proxies& proxies) {
     const bool direct = isLoopbackHost(platform::urlHost(url).value_or(""));
     const bool secure = url.starts_with("https:") || url.starts_with("HTTPS:");
-    set(CURLOPT_PROXY, direct ? "" : (secure ? httpsProxy : httpProxy).c_str());
-    set(CURLOPT_NOPROXY, noProxy.c_str());
+    set(CURLOPT_PROXY, direct ? "" : (secure ? proxies.https : proxies.http).c_str());
+    set(CURLOPT_NOPROXY, proxies.exceptions.c_str());
   }
 
-  const std::string httpProxy = environmentText({"http_proxy", "all_proxy", "ALL_PROXY"});
-  const std::string httpsProxy =
-      environmentText({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
-  const std::string noProxy = environmentText({"no_proxy", "NO_PROXY"});
+  void setLimits(const CurlOptions& options) {
+    constexpr long leastBytesPerSecond = 1;
+    const auto milliseconds = [](const auto& time) {
+      return static_cast<long>(time.load().count());
+    };
+    set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds(options.connectTimeout));
+    set(CURLOPT_TIMEOUT_MS, milliseconds(options.requestTimeout));
+    // Nothing moves for half of the time: the rest need not be waited for.
+    set(CURLOPT_LOW_SPEED_LIMIT, leastBytesPerSecond);
+    set(CURLOPT_LOW_SPEED_TIME, std::max(1L, milliseconds(options.requestTimeout) / 2000));
+  }
 };
 
-CurlTransport::CurlTransport() {
-  initialiseOnce();
-  handles_ = std::make_unique<Handles>();
-}
+CurlTransport::CurlTransport(std::shared_ptr<const CurlOptions> options)
+    : options_(std::move(options)), handles_((initialiseOnce(), std::make_unique<Handles>())) {}
 
 CurlTransport::~CurlTransport() = default;
-
-void CurlTransport::setTimeouts(std::chrono::milliseconds connect,
-                                std::chrono::milliseconds total) {
-  connectMilliseconds_ = static_cast<long>(connect.count());
-  totalMilliseconds_ = static_cast<long>(total.count());
-}
 
 void CurlTransport::interrupt() noexcept {
   interrupted_ = true;
   curl_multi_wakeup(handles_->multi);
 }
 
-HttpResult CurlTransport::post(const HttpRequest& request) {
+default_core::HttpResponse CurlTransport::post(const default_core::HttpRequest& request) {
   Handles& handles = *handles_;
   const Slist headers = headerList(request);
+  Answer answer;
   curl_easy_reset(handles.easy);  // keeps the connection
   handles.set(CURLOPT_URL, request.url.c_str());
   handles.set(CURLOPT_PROTOCOLS_STR, "http,https");
   handles.set(CURLOPT_FOLLOWLOCATION, 0L);
   handles.set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+  handles.set(CURLOPT_HTTP09_ALLOWED, 0L);
   handles.set(CURLOPT_NOSIGNAL, 1L);
   handles.set(CURLOPT_QUICK_EXIT, 1L);
-  handles.set(CURLOPT_CONNECTTIMEOUT_MS, connectMilliseconds_.load());
-  handles.set(CURLOPT_TIMEOUT_MS, totalMilliseconds_.load());
+  handles.set(CURLOPT_SSL_VERIFYPEER, 1L);
+  handles.set(CURLOPT_SSL_VERIFYHOST, 2L);
+  if (!options_->certificateFile.empty()) {
+    handles.set(CURLOPT_CAINFO, options_->certificateFile.c_str());
+    handles.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+  }
+  handles.setLimits(*options_);
   handles.set(CURLOPT_POST, 1L);
   handles.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
   handles.set(CURLOPT_POSTFIELDS, request.body.data());
   handles.set(CURLOPT_HTTPHEADER, headers.get());
+  handles.set(CURLOPT_HEADERFUNCTION, &takeHeader);
+  handles.set(CURLOPT_HEADERDATA, &answer);
   handles.set(CURLOPT_WRITEFUNCTION, &discard);
+  handles.set(CURLOPT_WRITEDATA, &answer);
   handles.set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
-  handles.chooseProxy(request.url);
+  handles.chooseProxy(request.url, options_->proxies);
 
+  interrupted_ = false;
   if (curl_multi_add_handle(handles.multi, handles.easy) != CURLM_OK) {
-    return {0, "the request could not be begun"};
+    return {0, "the request could not be begun", {}, {}};
   }
   CURLcode code = CURLE_ABORTED_BY_CALLBACK;
   for (int running = 1; running > 0 && !interrupted_;) {
@@ -153,8 +207,10 @@ HttpResult CurlTransport::post(const HttpRequest& request) {
   // must not bring a message back that the endpoint has taken.
   long status = 0;
   curl_easy_getinfo(handles.easy, CURLINFO_RESPONSE_CODE, &status);
-  if (status >= 200) return {static_cast<int>(status), {}};
-  return {0, code == CURLE_OK ? "no final answer" : curl_easy_strerror(code)};
+  if (status >= 200) {
+    return {static_cast<int>(status), {}, std::move(answer.retryAfter), std::move(answer.date)};
+  }
+  return {0, code == CURLE_OK ? "no final answer" : curl_easy_strerror(code), {}, {}};
 }
 
 }  // namespace vantamo::core

@@ -3,30 +3,49 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
+#include <string>
 
-#include "cores/default/transport.h"
+#include "vantamo/transport.h"
 
 namespace vantamo::core {
 
+/// The proxies that the process's environment names. Read on a host's thread: reading the
+/// environment on another one would race with a host that changes it. Nothing in a privileged
+/// process.
+struct Proxies {
+  std::string http;
+  std::string https;
+  std::string exceptions;
+
+  static Proxies fromEnvironment();
+};
+
+/// What a transport is made with. Times are read at each post.
+struct CurlOptions {
+  std::atomic<std::chrono::milliseconds> connectTimeout{std::chrono::seconds(10)};
+  std::atomic<std::chrono::milliseconds> requestTimeout{std::chrono::seconds(30)};
+  Proxies proxies;
+  /// A PEM file; "" for the system's authorities.
+  std::string certificateFile;
+};
+
 /// HTTP and HTTPS through libcurl: one connection kept alive, certificates verified, redirects not
-/// followed, response bodies thrown away, no signals.
-class CurlTransport final : public Transport {
+/// followed, no signals. Of a response only the status and two headers are looked at: a body is read
+/// up to a bound and thrown away, and never unpacked.
+class CurlTransport final : public default_core::Transport {
  public:
-  CurlTransport();
+  /// Throws std::exception when libcurl cannot be used.
+  explicit CurlTransport(std::shared_ptr<const CurlOptions> options);
   ~CurlTransport() override;
 
-  /// Hold for the next post and later ones. Safe from any thread.
-  void setTimeouts(std::chrono::milliseconds connect, std::chrono::milliseconds total);
-
-  [[nodiscard]] HttpResult post(const HttpRequest& request) override;
+  [[nodiscard]] default_core::HttpResponse post(const default_core::HttpRequest& request) override;
   void interrupt() noexcept override;
 
  private:
   struct Handles;
 
-  std::unique_ptr<Handles> handles_;
-  std::atomic<long> connectMilliseconds_{10000};
-  std::atomic<long> totalMilliseconds_{30000};
+  const std::shared_ptr<const CurlOptions> options_;
+  const std::unique_ptr<Handles> handles_;
   std::atomic<bool> interrupted_{false};
 };
 

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <deque>
 
 #include "cores/default/message_queue.h"
@@ -6,37 +7,103 @@
 namespace vantamo::core {
 namespace {
 
+bool isWanted(const std::optional<std::vector<std::string>>& ids, const std::string& id) {
+  return !ids || std::ranges::find(*ids, id) != ids->end();
+}
+
 class MemoryQueue final : public MessageQueue {
  public:
-  void append(std::string_view id, std::string_view moduleName, std::string_view body) override {
+  void append(const Message& message) override {
     const platform::MutexLock lock(mutex_);
-    messages_.push_back({++sequence_, std::string(id), std::string(moduleName), std::string(body)});
+    add(message);
+    messages_.back().ordinal = ++ordinal_;
   }
 
-  std::optional<QueuedMessage> front() override {
+  [[nodiscard]] std::uint64_t newestOrdinal() const noexcept override {
     const platform::MutexLock lock(mutex_);
-    return messages_.empty() ? std::nullopt : std::optional(messages_.front());
+    return ordinal_;
+  }
+  [[nodiscard]] std::uint64_t run() const noexcept override { return 1; }
+  [[nodiscard]] bool durable() const noexcept override { return false; }
+  QueueChange takeIn() override { return {}; }
+
+  const QueuedMessage* front() override {
+    const platform::MutexLock lock(mutex_);
+    if (messages_.empty()) return nullptr;
+    front_ = messages_.front();
+    return &front_;
   }
 
-  void remove(std::int64_t sequence) override {
+  void delivered() override {
     const platform::MutexLock lock(mutex_);
-    std::erase_if(messages_, [sequence](const auto& kept) { return kept.sequence == sequence; });
+    messages_.pop_front();
   }
 
-  std::size_t size() override {
+  std::size_t bury(int status, std::string_view reason, std::int64_t now,
+                   std::size_t keep) override {
     const platform::MutexLock lock(mutex_);
-    return messages_.size();
+    dead_.push_back({messages_.front(), status, std::string(reason), now});
+    messages_.pop_front();
+    const std::size_t dropped = dead_.size() - std::min(dead_.size(), keep);
+    dead_.erase(dead_.begin(), dead_.begin() + static_cast<std::ptrdiff_t>(dropped));
+    return dropped;
   }
 
-  std::int64_t newestSequence() override {
+  void settle() override {}
+
+  std::vector<BuriedMessage> deadLetters() override {
     const platform::MutexLock lock(mutex_);
-    return sequence_;
+    return dead_;
   }
+
+  QueueChange revive(const std::optional<std::vector<std::string>>& ids) override {
+    const platform::MutexLock lock(mutex_);
+    QueueChange change;
+    for (const BuriedMessage& letter : dead_) {
+      if (!isWanted(ids, letter.id)) continue;
+      add(letter);
+      ++change.messages;
+      change.bytes += static_cast<std::int64_t>(letter.body.size());
+    }
+    change.deadLetters = -forget(ids);
+    return change;
+  }
+
+  QueueChange purge(const std::optional<std::vector<std::string>>& ids) override {
+    const platform::MutexLock lock(mutex_);
+    return {0, 0, -forget(ids)};
+  }
+
+  bool erase(QueueChange& change) override {
+    const platform::MutexLock lock(mutex_);
+    change = {-static_cast<std::int64_t>(messages_.size()), 0,
+              -static_cast<std::int64_t>(dead_.size())};
+    for (const QueuedMessage& message : messages_) {
+      change.bytes -= static_cast<std::int64_t>(message.body.size());
+    }
+    messages_.clear();
+    dead_.clear();
+    return true;
+  }
+
+  void rest() noexcept override {}
 
  private:
-  platform::Mutex mutex_;
+  void add(const Message& message) VANTAMO_REQUIRES(mutex_) {
+    messages_.push_back({message, ++sequence_});
+    messages_.back().run = message.run == 0 ? run() : 0;
+  }
+  std::int64_t forget(const std::optional<std::vector<std::string>>& ids) VANTAMO_REQUIRES(mutex_) {
+    return static_cast<std::int64_t>(
+        std::erase_if(dead_, [&](const BuriedMessage& letter) { return isWanted(ids, letter.id); }));
+  }
+
+  mutable platform::Mutex mutex_;
   std::int64_t sequence_ VANTAMO_GUARDED_BY(mutex_) = 0;
+  std::uint64_t ordinal_ VANTAMO_GUARDED_BY(mutex_) = 0;
   std::deque<QueuedMessage> messages_ VANTAMO_GUARDED_BY(mutex_);
+  std::vector<BuriedMessage> dead_ VANTAMO_GUARDED_BY(mutex_);
+  QueuedMessage front_;  // the sending thread's alone
 };
 
 }  // namespace

@@ -1,26 +1,68 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vantamo::core {
 
+/// The largest message that is taken, in bytes.
+inline constexpr std::size_t largestMessage = 1024UL * 1024;
+
 /// One accepted message. `body` holds the final bytes, made once when the message was accepted.
-struct QueuedMessage {
-  /// Grows with every message and is never used again.
-  std::int64_t sequence = 0;
-  /// Random; the same at every attempt to deliver.
+struct Message {
+  /// A random UUID; the same at every attempt to deliver.
   std::string id;
   std::string moduleName;
   std::string body;
+  /// Milliseconds of the wall clock.
+  std::int64_t accepted = 0;
+  /// The queue's run that has accepted the message, and the message's number in it, from 1.
+  std::uint64_t run = 0;
+  std::uint64_t ordinal = 0;
 };
 
-/// Keeps accepted messages in order of arrival until they are delivered. Safe from any thread.
-/// Every operation but tidy() throws std::exception when the storage fails; a message that append()
-/// has taken is kept. append() and newestSequence() never wait for one of the others.
+struct QueuedMessage : Message {
+  /// Its place: later messages have larger ones.
+  std::int64_t sequence = 0;
+};
+
+struct BuriedMessage : Message {
+  int status = 0;
+  std::string reason;
+  std::int64_t died = 0;
+};
+
+/// What is kept.
+struct QueueSize {
+  std::size_t messages = 0;
+  std::size_t bytes = 0;
+  std::size_t deadLetters = 0;
+};
+
+/// A difference of what is kept.
+struct QueueChange {
+  std::int64_t messages = 0;
+  std::int64_t bytes = 0;
+  std::int64_t deadLetters = 0;
+
+  QueueChange& operator+=(const QueueChange& other) {
+    messages += other.messages;
+    bytes += other.bytes;
+    deadLetters += other.deadLetters;
+    return *this;
+  }
+};
+
+/// Keeps accepted messages in order of arrival until they are delivered or dead.
+///
+/// append() and what follows it, up to the next heading, are safe from any thread and never wait for
+/// one of the others; the rest is for the sending thread alone. Every operation that is not noexcept
+/// throws std::exception when the storage fails; nothing that was appended is lost by that.
 class MessageQueue {
  public:
   MessageQueue() = default;
@@ -28,26 +70,41 @@ class MessageQueue {
   MessageQueue& operator=(const MessageQueue&) = delete;
   virtual ~MessageQueue() = default;
 
-  virtual void append(std::string_view id, std::string_view moduleName, std::string_view body) = 0;
-  /// The oldest message, or nothing.
-  [[nodiscard]] virtual std::optional<QueuedMessage> front() = 0;
-  /// Removes a delivered message.
-  virtual void remove(std::int64_t sequence) = 0;
-  [[nodiscard]] virtual std::size_t size() = 0;
-  /// The sequence of the message that was appended last, or an upper bound of those kept from
-  /// earlier runs; 0 when there never was one.
-  [[nodiscard]] virtual std::int64_t newestSequence() = 0;
-  /// Does what the storage needs from time to time, which may wait for the disk; a failure is left
-  /// for the next time. For the sending thread.
-  virtual void tidy() noexcept {}
+  /// Takes a message over: when it returns, the message survives the end of the process by any
+  /// cause, as far as the queue is durable. Its run and ordinal are given here.
+  virtual void append(const Message& message) = 0;
+  /// The number of the message that this run has appended last; 0 when there is none.
+  [[nodiscard]] virtual std::uint64_t newestOrdinal() const noexcept = 0;
+  [[nodiscard]] virtual std::uint64_t run() const noexcept = 0;
+  [[nodiscard]] virtual bool durable() const noexcept = 0;
+
+  // The sending thread.
+
+  /// Moves what was appended to where front() finds it, and sees to the storage. What has come or
+  /// gone otherwise than by the operations here: left by earlier runs and other processes, or lost
+  /// to damage.
+  [[nodiscard]] virtual QueueChange takeIn() = 0;
+  /// The oldest message that is not yet delivered or dead; null when there is none. The pointer
+  /// holds until the next call.
+  [[nodiscard]] virtual const QueuedMessage* front() = 0;
+  /// Notes that the front message was delivered: this queue never answers it again. The storage may
+  /// be told later, but before front() goes on beyond what can be noted safely.
+  virtual void delivered() = 0;
+  /// Moves the front message to the dead letters; beyond `keep` of them the oldest go. How many did.
+  virtual std::size_t bury(int status, std::string_view reason, std::int64_t now,
+                           std::size_t keep) = 0;
+  /// Tells the storage everything that it was to be told later.
+  virtual void settle() = 0;
+  [[nodiscard]] virtual std::vector<BuriedMessage> deadLetters() = 0;
+  /// Moves dead letters back, behind all messages; of `ids`, or all. What has changed.
+  virtual QueueChange revive(const std::optional<std::vector<std::string>>& ids) = 0;
+  virtual QueueChange purge(const std::optional<std::vector<std::string>>& ids) = 0;
+  /// Erases all there is, dead letters and files set aside included. False when something is left.
+  /// `change` is set to what has changed, found things included.
+  virtual bool erase(QueueChange& change) = 0;
+  /// Lets go of what only the sending thread needs; it is taken up again when needed.
+  virtual void rest() noexcept = 0;
 };
-
-/// A queue file in `folder`, which is created when missing, both for this user only. Throws when
-/// the file cannot be used.
-[[nodiscard]] std::unique_ptr<MessageQueue> openSqliteQueue(const std::string& folder);
-
-/// Whether a queue file stands in `folder`.
-[[nodiscard]] bool queueExists(const std::string& folder);
 
 /// Keeps messages for the life of the process only.
 [[nodiscard]] std::unique_ptr<MessageQueue> makeMemoryQueue();

@@ -43,10 +43,10 @@ Value::Map moduleHeaders(NQLifecycleObject& module, const QueuedMessage& message
 
 }  // namespace
 
-std::optional<HttpRequest> RequestBuilder::requestFor(const QueuedMessage& message) const {
+std::optional<default_core::HttpRequest> RequestBuilder::requestFor(const QueuedMessage& message) const {
   const auto url = settings_.item("PostMessageUrl", message.moduleName);
   if (!url || !url->isString() || url->string().empty()) return {};
-  HttpRequest request;
+  default_core::HttpRequest request;
   request.url = url->string();
   request.headers = {{"Content-Type", "application/json"}, {"Idempotency-Key", message.id}};
   if (std::string userAgent = userAgent_.get(); !userAgent.empty()) {

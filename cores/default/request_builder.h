@@ -5,8 +5,8 @@
 
 #include "cores/default/message_queue.h"
 #include "cores/default/settings_store.h"
-#include "cores/default/transport.h"
 #include "platform/mutex.h"
+#include "vantamo/transport.h"
 
 namespace vantamo::core {
 
@@ -20,7 +20,7 @@ class RequestBuilder {
   void setUserAgent(const std::string& userAgent) { userAgent_.set(userAgent); }
 
   /// The request, to where the settings point now; nothing while they name no endpoint.
-  [[nodiscard]] std::optional<HttpRequest> requestFor(const QueuedMessage& message) const;
+  [[nodiscard]] std::optional<default_core::HttpRequest> requestFor(const QueuedMessage& message) const;
 
  private:
   const SettingsStore& settings_;

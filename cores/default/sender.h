@@ -5,10 +5,12 @@
 #include <functional>
 #include <optional>
 
+#include "cores/default/log_limiter.h"
 #include "cores/default/message_queue.h"
 #include "cores/default/retry_policy.h"
-#include "cores/default/transport.h"
 #include "platform/mutex.h"
+#include "vantamo/default_core.h"
+#include "vantamo/transport.h"
 
 namespace vantamo::core {
 
@@ -16,66 +18,108 @@ namespace vantamo::core {
 ///
 ///   1 queued     accepted and kept, waiting for those before it
 ///   2 attempted  in a request; at most one message at a time
-///   3 waiting    the attempt failed (anything but a 2xx answer): kept until the backoff is over,
-///                then 2 again; new messages do not shorten the wait
+///   3 waiting    the attempt failed: kept until the wait is over, then 2 again; new messages do not
+///                shorten the wait
 ///   4 delivered  a 2xx answer: removed
+///   5 dead       a 4xx answer that speaks of this message: among the dead letters
 ///
-/// step() is for the sending thread, which also gives the queue its time to tidy up; everything
-/// else is safe from any thread.
+/// step() is for the sending thread; everything else is safe from any thread.
 class Sender {
  public:
   using Clock = std::chrono::steady_clock;
   using TimePoint = Clock::time_point;
 
   struct Parts {
-    MessageQueue& queue;
-    Transport& transport;
     /// The request for a message; nothing while there is no endpoint to send it to.
-    std::function<std::optional<HttpRequest>(const QueuedMessage&)> requestFor;
+    std::function<std::optional<default_core::HttpRequest>(const QueuedMessage&)> requestFor;
+    /// For every wait.
     std::function<TimePoint()> now;
+    /// The time of day.
+    std::function<std::chrono::system_clock::time_point()> wallClock;
     /// Uniform from 0 to 1.
     std::function<double()> random;
   };
 
   explicit Sender(Parts parts) : parts_(std::move(parts)) {}
 
-  /// At most one attempt. When to call again, or nothing when only a new message, a flush or a
-  /// change of state can give work.
-  [[nodiscard]] std::optional<TimePoint> step();
+  /// What a step has done.
+  struct Step {
+    /// When to call again; nothing when only a new message or a call below can give work.
+    std::optional<TimePoint> next;
+    /// Whether the queue has taken in what there was, and what of that came as a surprise.
+    bool tookIn = false;
+    QueueChange found;
+    std::optional<default_core::DeliveryReport> report;
+    Verdict verdict = Verdict::delivered;
+    /// Of the message in the report.
+    std::size_t bytes = 0;
+    std::size_t deadLettersDropped = 0;
+  };
+  /// Takes in what is new, and makes at most one attempt.
+  [[nodiscard]] Step step(MessageQueue& queue, default_core::Transport& transport);
 
   void setRetryPolicy(RetryPolicy policy);
-  /// Nothing is attempted while sending is off, but for the time of a drain.
+  /// Beyond so many dead letters the oldest go.
+  void setMostDeadLetters(std::size_t count);
+  /// Nothing is attempted while sending is off, but for the time of a flush by a host.
   void setSending(bool sending);
-  /// A drain keeps sending on, whatever setSending says; each begin needs its end.
-  void beginDrain();
-  void endDrain();
+  /// Keeps sending on, whatever setSending says; each begin needs its end.
+  void beginHostFlush();
+  void endHostFlush();
   /// In manual mode only messages that were there at the last flush() are attempted.
   void setManual(bool manual);
-  void flush();
-  /// Ends a wait: the next step attempts at once. An attempt that is under way, and fails, was
-  /// begun before: it is repeated at once too. The count of failures stays.
+  /// Messages of the queue's run up to this number, and all of other runs, may go.
+  void flush(std::uint64_t newestOrdinal);
+  /// Another queue: its run begins to count at 1.
+  void beginRun();
+  /// Ends a wait, but not one that a server has asked for: the next step attempts at once. An
+  /// attempt that is under way, and fails, was begun before: it is repeated at once too. The count of
+  /// failures stays.
   void retryNow();
+  /// The network has come back: ends a wait for the network after a moment, so that not all devices
+  /// of a network call at the same time.
+  void networkRecovered();
 
  private:
-  std::optional<TimePoint> attempt(const QueuedMessage& message);
-  [[nodiscard]] TimePoint failed();
-  [[nodiscard]] bool mayAttempt(std::int64_t sequence);
+  enum class Reason { network, server, asked, endpoint, storage };
+  struct Wait {
+    TimePoint until;
+    Reason reason = Reason::network;
+  };
+
+  void takeIn(MessageQueue& queue, Step& step);
+  void attemptNext(MessageQueue& queue, default_core::Transport& transport, Step& step);
+  void conclude(MessageQueue& queue, const default_core::HttpResponse& response, Step& step);
+  void bury(MessageQueue& queue, int status, const std::string& reason, Step& step);
+  TimePoint failed(Reason reason, std::optional<std::chrono::milliseconds> asked = {});
+  TimePoint storageFailed(const std::exception& exception);
+  TimePoint stopForStorage(const std::exception& exception);
+  void succeeded();
+  [[nodiscard]] bool mayAttempt(const QueuedMessage& message, std::uint64_t run);
   [[nodiscard]] bool sendingIsOn() const VANTAMO_REQUIRES(mutex_) {
-    return sending_ || drains_ > 0;
+    return sending_ || hostFlushes_ > 0;
   }
+  [[nodiscard]] std::int64_t wallMilliseconds() const;
 
   const Parts parts_;
-  std::optional<std::int64_t> deliveredButKept_;  // step() only
+  // step() alone
+  unsigned storageFailures_ = 0;
+  std::optional<TimePoint> storageNotBefore_;
+  LogLimiter failureLog_;
+  LogLimiter storageLog_;
 
   platform::Mutex mutex_;
   RetryPolicy policy_ VANTAMO_GUARDED_BY(mutex_);
+  std::size_t mostDeadLetters_ VANTAMO_GUARDED_BY(mutex_) = 1000;
   bool sending_ VANTAMO_GUARDED_BY(mutex_) = false;
-  int drains_ VANTAMO_GUARDED_BY(mutex_) = 0;
-  bool retryWanted_ VANTAMO_GUARDED_BY(mutex_) = false;
+  int hostFlushes_ VANTAMO_GUARDED_BY(mutex_) = 0;
   bool manual_ VANTAMO_GUARDED_BY(mutex_) = false;
-  std::int64_t flushedUpTo_ VANTAMO_GUARDED_BY(mutex_) = 0;
+  std::uint64_t flushedUpTo_ VANTAMO_GUARDED_BY(mutex_) = 0;
   unsigned failures_ VANTAMO_GUARDED_BY(mutex_) = 0;
-  std::optional<TimePoint> notBefore_ VANTAMO_GUARDED_BY(mutex_);
+  std::optional<Wait> wait_ VANTAMO_GUARDED_BY(mutex_);
+  // Said while an attempt was under way.
+  bool retryWanted_ VANTAMO_GUARDED_BY(mutex_) = false;
+  bool recovered_ VANTAMO_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace vantamo::core

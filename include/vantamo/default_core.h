@@ -2,19 +2,140 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
-/// What a host can ask the default core beyond the core contract. Link Vantamo::default_core.
+#include "vantamo/transport.h"
+
+/// What a host can see of the default core and do with it beyond the core contract. Link
+/// Vantamo::default_core. Everything here is safe from any thread, and nothing that derives from
+/// std::exception leaves it.
+///
+///   vantamo::default_core::setOptions({.maxQueuedMessages = 500});  // before the first startup
+///   Vantamo::startup();
+///   ...
+///   if (!vantamo::default_core::flush(std::chrono::seconds(2))) { /* goes out next time */ }
 namespace vantamo::default_core {
 
-/// Number of messages accepted and not yet delivered, those of earlier runs included. 0 when the
-/// queue file cannot be read. Reads that file: not for a latency-critical thread.
-[[nodiscard]] std::size_t undeliveredMessageCount();
+/// What a host may choose. An absent member leaves the setting of NQCore.bundle, or its default.
+struct Options {
+  /// The folder of the queue, an absolute path; made when missing, for this user only. Absent:
+  /// <caches>/NQCore/<ApplicationId or the executable's name>.
+  std::optional<std::string> queueFolder;
+  /// Sends the requests in place of the core's own HTTP client.
+  std::shared_ptr<Transport> transport;
+  /// The time of day, in place of the system's. It dates messages; no wait depends on it.
+  std::function<std::chrono::system_clock::time_point()> wallClock;
+  /// A PEM file of the certificate authorities that the core's HTTP client trusts, in place of the
+  /// system's.
+  std::optional<std::string> certificateFile;
+  /// Most messages that may wait, 1 to 1,000,000.
+  std::optional<std::size_t> maxQueuedMessages;
+  /// Most bytes of messages that may wait, 65,536 to 1 GiB.
+  std::optional<std::size_t> maxQueueBytes;
+  /// Most dead letters that are kept, 0 to 100,000; the oldest go first.
+  std::optional<std::size_t> maxDeadLetters;
+};
 
-/// Waits until no undelivered message is left or `timeout` is over; true in the first case. A
-/// pending retry is tried once at once, and sending goes on for the time of the call after
-/// Vantamo::shutdown() too. With ManualPostEnabled only messages that were flushed are sent.
-/// While the library was never started nothing is sent, and the answer comes at once.
-/// Blocks the calling thread: for a program's end, not for its user interface.
-bool drain(std::chrono::milliseconds timeout);
+/// Takes the options over for the life of the process. False, and nothing changed, once the core
+/// was used (by a startup or by any other operation here but setDeliveryCallback and stats), or
+/// when a number is out of its range.
+bool setOptions(Options options);
+
+/// Figures since the process began, except for those of what is kept now.
+struct Stats {
+  /// Messages that were taken over, and what has become of messages, those of earlier runs included.
+  std::uint64_t accepted = 0;
+  std::uint64_t delivered = 0;
+  std::uint64_t dead = 0;
+  /// Attempts that failed and are repeated, and why: no answer; a server's 3xx, 407, 408, 429 or
+  /// 5xx; an endpoint that answers 401, 403, 404 or 405.
+  std::uint64_t retried = 0;
+  std::uint64_t retriedNetwork = 0;
+  std::uint64_t retriedServer = 0;
+  std::uint64_t retriedEndpoint = 0;
+  /// Messages that were not taken over, and why: the queue is full; larger than 1 MiB; the disk
+  /// takes no more; the library does not run.
+  std::uint64_t refused = 0;
+  std::uint64_t refusedFull = 0;
+  std::uint64_t refusedTooLarge = 0;
+  std::uint64_t refusedByStorage = 0;
+  std::uint64_t refusedNotRunning = 0;
+  /// Dead letters that had to go because there were too many.
+  std::uint64_t deadLettersDropped = 0;
+
+  /// What is kept now. Messages of earlier runs are counted a moment after the startup.
+  std::size_t queuedMessages = 0;
+  std::size_t queuedBytes = 0;
+  std::size_t deadLetters = 0;
+  /// False while messages are kept in memory only, because no file can be used.
+  bool durable = false;
+
+  /// The last answer's status, 0 when there was none; and the last reason of a failure, "" when
+  /// there was none.
+  int lastStatus = 0;
+  std::string lastError;
+};
+[[nodiscard]] Stats stats();
+
+enum class Outcome {
+  delivered,  ///< the endpoint has answered 2xx
+  retrying,   ///< the attempt failed; the message is kept for another one
+  dead,       ///< the endpoint refuses this message; it is among the dead letters
+};
+
+struct DeliveryReport {
+  /// The message's random id, sent as `Idempotency-Key` with every attempt.
+  std::string id;
+  std::string moduleName;
+  Outcome outcome = Outcome::delivered;
+  /// The answer's status, 0 when there was none.
+  int status = 0;
+  /// Why it was not delivered; "" when it was.
+  std::string reason;
+};
+
+/// Calls `callback` after every attempt, on the core's thread and with no lock held: it may call
+/// the library. What it throws is logged and goes no further; while it runs nothing is sent. An
+/// empty function ends it; a call under way may still be running then.
+void setDeliveryCallback(std::function<void(const DeliveryReport&)> callback);
+
+/// Sends what is queued, with ManualPostEnabled too, and waits until nothing is left or the
+/// deadline, counted from now, is over. True only when nothing is left. A pending retry is tried at
+/// once, unless the server has asked for the wait. Works after Vantamo::shutdown() too; while the
+/// library was never started nothing is sent and the answer comes at once, as it does in a delivery
+/// callback. Blocks the calling thread: for a program's end or its way to the background.
+bool flush(std::chrono::milliseconds deadline);
+
+/// A message that the endpoint has refused for good (a 4xx answer that speaks of the message).
+struct DeadLetter {
+  std::string id;
+  std::string moduleName;
+  std::string body;
+  int status = 0;
+  std::string reason;
+  std::chrono::system_clock::time_point accepted;
+  std::chrono::system_clock::time_point died;
+};
+
+/// The dead letters, oldest first; none when they cannot be read. This and the next three read or
+/// change files, and wait for the core's thread to do so: not for a user interface's thread.
+[[nodiscard]] std::vector<DeadLetter> deadLetters();
+/// Puts the dead letters with these ids, or all of them, back into the queue, behind what waits.
+/// How many.
+std::size_t replayDeadLetters(const std::optional<std::vector<std::string>>& ids = {});
+/// Erases the dead letters with these ids, or all of them. How many.
+std::size_t purgeDeadLetters(const std::optional<std::vector<std::string>>& ids = {});
+
+/// For a user's request to be forgotten: erases the queue, the dead letters, files that were set
+/// aside, the advertising id, and through the modules the visitor id; the next event is that of a
+/// new visitor. A request that is under way is given up; it may have arrived. True when all was
+/// erased; false when something could not be, or belongs to another running process of the
+/// application, or the core's thread did not come to it within 10 s.
+bool eraseAll();
 
 }  // namespace vantamo::default_core

@@ -1,0 +1,305 @@
+#include "cores/default/core_object.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <stdexcept>
+#include <utility>
+
+#include "cores/default/host_reachability.h"
+#include "cores/default/queue_slot.h"
+#include "cores/default/user_agent.h"
+#include "platform/bundle.h"
+#include "platform/directories.h"
+#include "platform/file.h"
+#include "platform/process_singleton.h"
+#include "platform/random.h"
+#include "support/debug_log.h"
+#include "support/json.h"
+#include "vantamo/module_directory.h"
+
+namespace vantamo::core {
+namespace {
+
+using Clock = Delivery::Clock;
+using std::chrono::milliseconds;
+using std::chrono::system_clock;
+
+constexpr std::string_view ownName = "NQCore";
+constexpr milliseconds exitLimit{250};
+constexpr auto taskLimit = std::chrono::seconds(10);
+
+// The delivery of this process, for its end. A forked child has none until it makes one.
+constinit std::atomic<Delivery*> deliveryOfProcess{nullptr};
+
+std::string queueFolder(const CoreSettings& settings, const default_core::Options& options) {
+  if (options.queueFolder) return *options.queueFolder;
+  return platform::cachesDirectory() + "/NQCore/" +
+         (settings.applicationId ? *settings.applicationId : platform::executableName());
+}
+
+void endWithProcess() {
+  HostReachability::endNotifications();
+  if (Delivery* delivery = deliveryOfProcess) delivery->stopForExit(exitLimit);
+}
+
+std::function<system_clock::time_point()> wallClockOf(const default_core::Options& options) {
+  if (!options.wallClock) return &system_clock::now;
+  // A host's clock that throws is no clock.
+  return [clock = options.wallClock] {
+    try {
+      return clock();
+    } catch (...) {
+      return system_clock::now();
+    }
+  };
+}
+
+system_clock::time_point timeOf(std::int64_t sinceEpoch) {
+  return system_clock::time_point(milliseconds(sinceEpoch));
+}
+
+}  // namespace
+
+DefaultCore& DefaultCore::instance() {
+  static constinit platform::ProcessSingleton<DefaultCore> core;
+  return core.get();
+}
+
+void DefaultCore::abandonInChild(DefaultCore& /*core*/) noexcept {
+  deliveryOfProcess = nullptr;
+  QueueSlot::abandonAll();
+}
+
+// --- Making the parts
+
+CoreSettings DefaultCore::loadOwnSettings() {
+  settings_.load(ownName,
+                 platform::pathForResource(platform::mainBundleFolder(), ownName, "bundle"));
+  ParsedCoreSettings parsed = parseCoreSettings(settings_.items(ownName));
+  for (const std::string& complaint : parsed.complaints) {
+    support::debugLog("-[NQCore enableModule:]", [&] { return complaint; });
+  }
+  return parsed.settings;
+}
+
+Delivery& DefaultCore::delivery(const CoreSettings& settings) {
+  const platform::MutexLock lock(mutex_);
+  used_ = true;
+  if (Delivery* made = delivery_) return *made;
+  curlOptions_->proxies = Proxies::fromEnvironment();
+  curlOptions_->certificateFile = options_.certificateFile.value_or("");
+  auto made = std::make_unique<Delivery>(Delivery::Parts{
+      .queueFolder = queueFolder(settings, options_),
+      .sender = {.requestFor = [this](const auto& message) { return requests_.requestFor(message); },
+                 .now = &Clock::now,
+                 .wallClock = wallClockOf(options_),
+                 .random = [] { return platform::random32() / 4294967296.0; }},
+      .makeTransport = [host = options_.transport, options = curlOptions_]()
+          -> std::shared_ptr<default_core::Transport> {
+        return host ? host : std::make_shared<CurlTransport>(options);
+      }});
+  made->setCallback(callback_);
+  delivery_ = made.release();
+  deliveryOfProcess = delivery_.load();
+  // Registered after the libraries below were loaded, and so run before they are undone.
+  std::atexit(&endWithProcess);
+  return *delivery_;
+}
+
+// For what earlier runs have left: nothing is made where there is nothing.
+Delivery* DefaultCore::deliveryOfLeftovers() {
+  if (Delivery* made = delivery_) return made;
+  const CoreSettings settings = loadOwnSettings();
+  {
+    const platform::MutexLock lock(mutex_);
+    used_ = true;
+    if (!platform::exists(queueFolder(settings, options_))) return nullptr;
+  }
+  Delivery& made = delivery(settings);
+  configure(made, settings);
+  return &made;
+}
+
+void DefaultCore::configure(Delivery& delivery, const CoreSettings& settings) {
+  CoreSettings chosen = settings;
+  {
+    const platform::MutexLock lock(mutex_);
+    chosen.maxQueuedMessages = options_.maxQueuedMessages.value_or(settings.maxQueuedMessages);
+    chosen.maxQueueBytes = options_.maxQueueBytes.value_or(settings.maxQueueBytes);
+    chosen.maxDeadLetters = options_.maxDeadLetters.value_or(settings.maxDeadLetters);
+  }
+  curlOptions_->connectTimeout = settings.connectTimeout;
+  curlOptions_->requestTimeout = settings.requestTimeout;
+  delivery.configure(chosen);
+  setUserAgentFromBrowser();  // before anything is sent, what earlier runs have left included
+}
+
+// --- The contract
+
+bool DefaultCore::enableModule(std::string_view moduleName) {
+  const ModuleInstance moduleInstance = moduleClass(moduleName);
+  if (moduleInstance == nullptr) {
+    support::debugLog("-[NQCore enableModule:]",
+                      [&] { return support::withValue("No module class named %@", moduleName); });
+    return false;
+  }
+  NQLifecycleObject& module = moduleInstance();
+  // A module that is registered but did not get through its own start may try again.
+  if (!modules_.add(moduleName, module) && module.isEnabled()) return false;
+  try {
+    const CoreSettings settings = loadOwnSettings();
+    settings_.load(moduleName, module.settingsBundlePath());
+    Delivery& delivery = this->delivery(settings);
+    configure(delivery, settings);
+    {
+      const platform::MutexLock lock(mutex_);
+      auto& use = uses_[std::string(moduleName)];
+      if (use == nullptr) use = std::make_unique<Delivery::Use>(delivery);
+    }
+    if (module.enable()) {
+      everStarted_ = true;
+      delivery.setSending(true);
+      delivery.retryNow();
+      return true;
+    }
+  } catch (...) {
+    abandon(moduleName);
+    throw;
+  }
+  abandon(moduleName);
+  return false;
+}
+
+bool DefaultCore::disableModule(std::string_view moduleName) {
+  NQLifecycleObject* module = modules_.find(moduleName);
+  if (module == nullptr || !module->disable()) return false;
+  abandon(moduleName);
+  return true;
+}
+
+void DefaultCore::abandon(std::string_view moduleName) {
+  modules_.remove(moduleName);
+  Delivery* delivery = delivery_;
+  if (modules_.empty() && delivery != nullptr) delivery->setSending(false);
+  const platform::MutexLock lock(mutex_);
+  if (const auto use = uses_.find(moduleName); use != uses_.end()) uses_.erase(use);
+}
+
+void DefaultCore::postMessage(std::unique_ptr<NQMessage> message, std::string_view moduleName) {
+  Delivery* delivery = delivery_;
+  if (message == nullptr || delivery == nullptr) {
+    throw std::logic_error("a message can be posted only after a module was enabled");
+  }
+  delivery->post(moduleName, support::writeJson(message->jsonDictionary()));
+}
+
+void DefaultCore::flushQueues() {
+  if (Delivery* delivery = delivery_) delivery->flushQueue();
+}
+
+void DefaultCore::setUserAgentFromBrowser() {
+  const auto configured = parseCoreSettings(settings_.items(ownName)).settings.userAgent;
+  requests_.setUserAgent(configured ? *configured : defaultUserAgent());
+}
+
+bool DefaultCore::setNQAdvertisingId(Text advertisingId) {
+  advertisingId_.set(advertisingId);
+  return true;
+}
+
+void DefaultCore::reachabilityChanged(long long status) {
+  Delivery* delivery = delivery_;
+  if (status != NQReachability::notReachable && delivery != nullptr) delivery->networkRecovered();
+}
+
+// --- What a host can do beyond it
+
+bool DefaultCore::setOptions(default_core::Options options) {
+  const auto holds = [](const std::optional<std::size_t>& count, CountRange range) {
+    return !count || range.holds(*count);
+  };
+  const bool valid = holds(options.maxQueuedMessages, queuedMessagesRange) &&
+                     holds(options.maxQueueBytes, queueBytesRange) &&
+                     holds(options.maxDeadLetters, deadLettersRange) &&
+                     (!options.queueFolder || options.queueFolder->starts_with('/'));
+  const platform::MutexLock lock(mutex_);
+  if (!valid || used_) return false;
+  options_ = std::move(options);
+  return true;
+}
+
+default_core::Stats DefaultCore::stats() const {
+  const Delivery* delivery = delivery_;
+  return delivery == nullptr ? default_core::Stats{} : delivery->stats();
+}
+
+void DefaultCore::setCallback(Delivery::Callback callback) {
+  const platform::MutexLock lock(mutex_);
+  callback_ = std::move(callback);
+  if (Delivery* delivery = delivery_) delivery->setCallback(callback_);
+}
+
+bool DefaultCore::flush(milliseconds deadline) {
+  Delivery* delivery = deliveryOfLeftovers();
+  if (delivery == nullptr) return true;
+  // Never started, there is no endpoint to send anything to.
+  if (!everStarted_) return delivery->isEmpty(Clock::now() + taskLimit);
+  return delivery->flush(Clock::now() + deadline);
+}
+
+std::vector<default_core::DeadLetter> DefaultCore::deadLetters() {
+  Delivery* delivery = deliveryOfLeftovers();
+  if (delivery == nullptr) return {};
+  const auto letters = std::make_shared<std::vector<default_core::DeadLetter>>();
+  const bool done = delivery->perform(
+      [letters](MessageQueue& queue, Statistics& /*statistics*/) {
+        for (BuriedMessage& dead : queue.deadLetters()) {
+          letters->push_back({std::move(dead.id), std::move(dead.moduleName), std::move(dead.body),
+                              dead.status, std::move(dead.reason), timeOf(dead.accepted),
+                              timeOf(dead.died)});
+        }
+      },
+      Clock::now() + taskLimit, Delivery::Urgency::patient);
+  return done ? std::move(*letters) : std::vector<default_core::DeadLetter>();
+}
+
+std::size_t DefaultCore::changeDeadLetters(const Ids& ids, DeadLetterChange change) {
+  Delivery* delivery = deliveryOfLeftovers();
+  if (delivery == nullptr) return 0;
+  const auto count = std::make_shared<std::int64_t>(0);
+  const bool done = delivery->perform(
+      [=](MessageQueue& queue, Statistics& statistics) {
+        const QueueChange made = (queue.*change)(ids);
+        statistics.add(made);
+        *count = std::max<std::int64_t>(-made.deadLetters, 0);
+      },
+      Clock::now() + taskLimit, Delivery::Urgency::patient);
+  return done ? static_cast<std::size_t>(*count) : 0;
+}
+
+std::size_t DefaultCore::replayDeadLetters(const Ids& ids) {
+  return changeDeadLetters(ids, &MessageQueue::revive);
+}
+
+std::size_t DefaultCore::purgeDeadLetters(const Ids& ids) {
+  return changeDeadLetters(ids, &MessageQueue::purge);
+}
+
+// The modules first: what they post from here on is a new visitor's.
+bool DefaultCore::eraseAll() {
+  advertisingId_.set(nullptr);
+  const bool modulesErased = eraseModuleData();
+  Delivery* delivery = deliveryOfLeftovers();
+  if (delivery == nullptr) return modulesErased;
+  const auto erased = std::make_shared<bool>(false);
+  const bool done = delivery->perform(
+      [erased](MessageQueue& queue, Statistics& statistics) {
+        QueueChange change;
+        *erased = queue.erase(change);
+        statistics.add(change);
+      },
+      Clock::now() + taskLimit, Delivery::Urgency::interrupting);
+  return modulesErased && done && *erased;
+}
+
+}  // namespace vantamo::core

@@ -1,0 +1,326 @@
+#include "cores/default/delivery.h"
+
+#include <utility>
+
+#include "cores/default/background_thread.h"
+#include "cores/default/durable_queue.h"
+#include "platform/random.h"
+#include "support/debug_log.h"
+
+namespace vantamo::core {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr const char* operation = "-[NQCore postMessage:forModuleName:]";
+
+std::shared_ptr<MessageQueue> openQueue(const std::string& folder) {
+  try {
+    return std::make_shared<DurableQueue>(folder);
+  } catch (const std::exception& exception) {
+    support::debugLog("-[NQCore openQueue]", [&] {
+      return support::withValue("No queue file can be used, messages are kept in memory only: %@",
+                                exception.what());
+    });
+    return makeMemoryQueue();
+  }
+}
+
+// In the place of an HTTP client that could not be made.
+class NoTransport final : public default_core::Transport {
+ public:
+  explicit NoTransport(std::string reason) : reason_(std::move(reason)) {}
+  default_core::HttpResponse post(const default_core::HttpRequest& /*request*/) override {
+    return {0, reason_, {}, {}};
+  }
+  void interrupt() noexcept override {}
+
+ private:
+  const std::string reason_;
+};
+
+std::string_view nameOf(Statistics::Refusal refusal) {
+  switch (refusal) {
+    case Statistics::Refusal::full: return "the queue is full";
+    case Statistics::Refusal::tooLarge: return "it is larger than 1 MiB";
+    case Statistics::Refusal::storage: return "the disk takes no more";
+    case Statistics::Refusal::notRunning: return "the library does not run";
+  }
+  return "";
+}
+
+}  // namespace
+
+// --- Any thread
+
+void Delivery::configure(const CoreSettings& settings) {
+  statistics_.setBounds({settings.maxQueuedMessages, settings.maxQueueBytes});
+  sender_.setRetryPolicy(settings.retry);
+  sender_.setMostDeadLetters(settings.maxDeadLetters);
+  sender_.setManual(settings.manualPost);
+}
+
+void Delivery::setCallback(Callback callback) {
+  callback_.set(callback ? std::make_shared<const Callback>(std::move(callback)) : nullptr);
+}
+
+void Delivery::setSending(bool sending) {
+  sender_.setSending(sending);
+  wake();
+}
+
+void Delivery::retryNow() {
+  sender_.retryNow();
+  wake();
+}
+
+void Delivery::networkRecovered() {
+  sender_.networkRecovered();
+  wake();
+}
+
+void Delivery::flushQueue() {
+  const auto queue = queue_.get().queue;
+  if (queue == nullptr) return;
+  sender_.flush(queue->newestOrdinal());
+  wake();
+}
+
+void Delivery::post(std::string_view moduleName, std::string body) {
+  const auto refuse = [&](Statistics::Refusal refusal) {
+    statistics_.refused(refusal);
+    const platform::MutexLock lock(logMutex_);
+    refusalLog_.log(operation, Clock::now(), [&] {
+      return support::withValues("A message of %@ bytes is refused: %@",
+                                 std::to_string(body.size()), nameOf(refusal));
+    });
+  };
+  if (body.size() > largestMessage) return refuse(Statistics::Refusal::tooLarge);
+  const auto [queue, number] = queue_.get();
+  if (queue == nullptr) {
+    refuse(Statistics::Refusal::notRunning);
+    throw std::logic_error("a message can be posted only after a module was enabled");
+  }
+  const std::size_t size = body.size();
+  if (!statistics_.accept(number, size)) {
+    refuse(Statistics::Refusal::full);
+    throw std::length_error("the queue is full");
+  }
+  const auto accepted = std::chrono::duration_cast<milliseconds>(wallClock_().time_since_epoch());
+  try {
+    queue->append({platform::randomUuid(), std::string(moduleName), std::move(body),
+                   accepted.count(), 0, 0});
+  } catch (...) {
+    statistics_.takeBack(number, size);
+    refuse(Statistics::Refusal::storage);
+    throw;
+  }
+  wake();
+}
+
+template <class Condition>
+bool Delivery::waitFor(Clock::time_point deadline, Urgency urgency, Condition condition) {
+  constexpr milliseconds repeat{20};  // a request may begin just behind an interruption
+  while (!condition()) {
+    const auto now = Clock::now();
+    if (now >= deadline) return false;
+    auto until = deadline;
+    if (urgency == Urgency::interrupting) {
+      if (const auto transport = transport_.get()) transport->interrupt();
+      until = std::min(deadline, now + repeat);
+    }
+    changed_.wait_until(mutex_, until);
+  }
+  return true;
+}
+
+bool Delivery::flush(Clock::time_point deadline) {
+  const auto isLeft = [this] { return stats().queuedMessages > 0; };
+  if (isSendingThread()) return !isLeft();
+  const Use use(*this);
+  sender_.beginHostFlush();
+  flushQueue();
+  retryNow();
+  bool empty = false;
+  {
+    const platform::MutexLock lock(mutex_);
+    empty = waitFor(deadline, Urgency::patient,
+                    [&]() VANTAMO_REQUIRES(mutex_) { return tookIn_ && !isLeft(); });
+  }
+  sender_.endHostFlush();
+  return empty;
+}
+
+bool Delivery::isEmpty(Clock::time_point deadline) {
+  const Use use(*this);
+  const platform::MutexLock lock(mutex_);
+  const bool known = waitFor(deadline, Urgency::patient,
+                             [&]() VANTAMO_REQUIRES(mutex_) { return tookIn_; });
+  return known && stats().queuedMessages == 0;
+}
+
+bool Delivery::perform(Task task, Clock::time_point deadline, Urgency urgency) {
+  if (isSendingThread()) {
+    if (const auto queue = queue_.get().queue) task(*queue, statistics_);
+    return true;
+  }
+  const Use use(*this);
+  const auto pending = std::make_shared<PendingTask>(PendingTask{std::move(task)});
+  const platform::MutexLock lock(mutex_);
+  tasks_.push_back(pending);
+  woken_ = true;
+  changed_.notify_all();
+  const bool done = waitFor(deadline, urgency, [&] { return pending->done; });
+  std::erase(tasks_, pending);
+  return done && !pending->failed;
+}
+
+void Delivery::stopForExit(milliseconds limit) {
+  const platform::MutexLock lock(mutex_);
+  stopping_ = true;
+  woken_ = true;
+  changed_.notify_all();
+  waitFor(Clock::now() + limit, Urgency::interrupting,
+          [&]() VANTAMO_REQUIRES(mutex_) { return !running_; });
+}
+
+void Delivery::wake() {
+  if (woken_.exchange(true)) return;
+  const platform::MutexLock lock(mutex_);
+  changed_.notify_all();
+}
+
+void Delivery::retain() {
+  const platform::MutexLock lock(mutex_);
+  if (!running_ && !stopping_) open();
+  ++users_;
+}
+
+void Delivery::release() {
+  const platform::MutexLock lock(mutex_);
+  --users_;
+  woken_ = true;
+  changed_.notify_all();
+}
+
+void Delivery::open() {
+  if (queue_.get().queue == nullptr) {
+    auto queue = openQueue(queueFolder_);
+    statistics_.setDurable(queue->durable());
+    sender_.beginRun();
+    queue_.set({std::move(queue), statistics_.beginQueue()});
+  }
+  tookIn_ = false;
+  woken_ = false;
+  startBackgroundThread([this] { run(); }).detach();
+  running_ = true;
+}
+
+// --- The sending thread
+
+void Delivery::run() {
+  thread_ = std::this_thread::get_id();
+  const auto queue = queue_.get().queue;
+  for (bool ends = false; !ends;) {
+    if (transport_.get() == nullptr) {
+      try {
+        transport_.set(makeTransport_());
+      } catch (const std::exception& exception) {
+        transport_.set(std::make_shared<NoTransport>(exception.what()));
+      }
+    }
+    std::optional<Clock::time_point> next;
+    try {
+      runOnce(*queue, *transport_.get(), next);
+    } catch (...) {  // short of memory, perhaps
+      next = Clock::now() + std::chrono::seconds(1);
+    }
+    sleepUntil(next);
+    ends = endsNow(*queue);
+  }
+}
+
+void Delivery::runOnce(MessageQueue& queue, Transport& transport,
+                       std::optional<Clock::time_point>& next) {
+  woken_ = false;
+  runTasks(queue);
+  const Sender::Step step = sender_.step(queue, transport);
+  statistics_.add(step);
+  next = step.next;
+  if (step.report) report(*step.report);
+  const platform::MutexLock lock(mutex_);
+  tookIn_ = tookIn_ || step.tookIn;
+  changed_.notify_all();
+}
+
+void Delivery::runTasks(MessageQueue& queue) {
+  for (;;) {
+    std::shared_ptr<PendingTask> pending;
+    {
+      const platform::MutexLock lock(mutex_);
+      if (tasks_.empty()) return;
+      pending = tasks_.front();
+      tasks_.pop_front();
+    }
+    bool failed = false;
+    try {
+      pending->task(queue, statistics_);
+    } catch (const std::exception& exception) {
+      failed = true;
+      support::debugLog("-[NQCore openQueue]", [&] {
+        return support::withValue("The queue cannot be read or changed: %@", exception.what());
+      });
+    }
+    const platform::MutexLock lock(mutex_);
+    pending->failed = failed;
+    pending->done = true;
+    changed_.notify_all();
+  }
+}
+
+void Delivery::report(const default_core::DeliveryReport& report) {
+  const auto callback = callback_.get();
+  if (callback == nullptr) return;
+  try {
+    (*callback)(report);
+  } catch (...) {
+    support::debugLog("-[NQCore sendQueuedMessages]",
+                      [] { return "The host's delivery callback has thrown"; });
+  }
+}
+
+void Delivery::sleepUntil(std::optional<Clock::time_point> next) {
+  const platform::MutexLock lock(mutex_);
+  while (!woken_ && !stopping_ && users_ > 0 && tasks_.empty()) {
+    if (!next) {
+      changed_.wait(mutex_);
+    } else if (changed_.wait_until(mutex_, *next) == std::cv_status::timeout) {
+      return;
+    }
+  }
+}
+
+// Files are closed before the thread ends, and without anybody waiting for that; who comes meanwhile
+// finds the thread running on.
+bool Delivery::endsNow(MessageQueue& queue) {
+  const auto isUnwanted = [this]() VANTAMO_REQUIRES(mutex_) {
+    return stopping_ || (users_ == 0 && tasks_.empty());
+  };
+  {
+    const platform::MutexLock lock(mutex_);
+    if (!isUnwanted()) return false;
+  }
+  queue.rest();
+  transport_.set(nullptr);
+  const platform::MutexLock lock(mutex_);
+  if (!isUnwanted()) return false;
+  // What is kept in memory has nowhere else to be; and while the process ends, the last messages
+  // still find the journal.
+  if (queue.durable() && !stopping_) queue_.set({});
+  thread_ = std::thread::id();
+  running_ = false;
+  changed_.notify_all();
+  return true;
+}
+
+}  // namespace vantamo::core

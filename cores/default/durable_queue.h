@@ -1,0 +1,80 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+#include "cores/default/message_queue.h"
+#include "cores/default/queue_slot.h"
+#include "cores/default/spool.h"
+
+namespace vantamo::core {
+
+/// The queue on disk. A message's way through it:
+///
+///   append()     written to the journal: survives the end of the process
+///   takeIn()     moved into the database, in batches: survives a power cut
+///   delivered()  marked, in a file of fixed size: not sent again by a later process
+///   settle()     removed from the database, in batches
+///
+/// Files that are erased, replaced or damaged while they are in use are made anew; what was in them
+/// is carried over as far as it can be read.
+class DurableQueue final : public MessageQueue {
+ public:
+  /// Owns a folder in the application's, which is made when missing. Throws when none can be had or
+  /// the journal cannot be begun.
+  explicit DurableQueue(const std::string& applicationFolder);
+  ~DurableQueue() override;
+
+  void append(const Message& message) override { journal_.append(message); }
+  [[nodiscard]] std::uint64_t newestOrdinal() const noexcept override {
+    return journal_.newestOrdinal();
+  }
+  [[nodiscard]] std::uint64_t run() const noexcept override { return journal_.run(); }
+  [[nodiscard]] bool durable() const noexcept override { return true; }
+
+  [[nodiscard]] QueueChange takeIn() override;
+  [[nodiscard]] const QueuedMessage* front() override;
+  void delivered() override;
+  std::size_t bury(int status, std::string_view reason, std::int64_t now,
+                   std::size_t keep) override;
+  void settle() override;
+  [[nodiscard]] std::vector<BuriedMessage> deadLetters() override;
+  QueueChange revive(const std::optional<std::vector<std::string>>& ids) override;
+  QueueChange purge(const std::optional<std::vector<std::string>>& ids) override;
+  bool erase(QueueChange& change) override;
+  void rest() noexcept override;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  [[nodiscard]] Spool& spool();
+  void mend(const DamagedStore& damage);
+  void restoreFiles();
+  void importJournal();
+  void rotateJournal();
+  void adoptOrphans();
+  void adopt(const QueueSlot& orphan);
+  void forgetAhead();
+  void advance();
+  [[nodiscard]] QueueChange recount();
+  template <class Work>
+  auto mending(Work work);
+
+  const std::string path_;
+  platform::PrivateFolder application_;
+  std::optional<QueueSlot> slot_;
+  Journal journal_;
+  std::size_t imported_ = journalHeaderSize;  // of the segment that takes records
+
+  std::unique_ptr<Spool> spool_;
+  std::vector<QueuedMessage> ahead_;  // read, and from `next_` on not yet done with
+  std::size_t next_ = 0;
+  std::int64_t doneThrough_ = 0;
+  std::vector<std::string> unsettled_;  // delivered, and in the database still
+  bool markFailed_ = false;
+  QueueSize counted_;     // what whoever asks takeIn() knows of
+  bool recount_ = false;  // there may be other messages than those
+  std::optional<Clock::time_point> looked_;  // for orphans
+};
+
+}  // namespace vantamo::core

@@ -1,0 +1,106 @@
+#include "cores/default/journal.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <system_error>
+
+#include "platform/random.h"
+
+namespace vantamo::core {
+namespace {
+
+constexpr std::string_view prefix = "journal-";
+constexpr std::string_view suffix = ".log";
+
+std::uint64_t random64() {
+  return (std::uint64_t{platform::random32()} << 32U) | platform::random32();
+}
+
+// 0 for a name that is not a segment's.
+std::uint64_t numberOf(std::string_view name) {
+  std::uint64_t number = 0;
+  if (!name.starts_with(prefix) || !name.ends_with(suffix)) return 0;
+  const char* end = name.data() + name.size() - suffix.size();
+  const auto parsed = std::from_chars(name.data() + prefix.size(), end, number);
+  return parsed.ec == std::errc() && parsed.ptr == end ? number : 0;
+}
+
+std::string nameOf(std::uint64_t number) {
+  std::array<char, 40> name{};
+  std::snprintf(name.data(), name.size(), "journal-%08llu.log",
+                static_cast<unsigned long long>(number));
+  return name.data();
+}
+
+// Writes all of it at the position, or throws; what a failed attempt has left there is overwritten
+// by the next one.
+void writeAt(int fd, std::string_view bytes, std::size_t position) {
+  while (!bytes.empty()) {
+    const ssize_t wrote = ::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(position));
+    if (wrote < 0 && errno == EINTR) continue;
+    if (wrote <= 0) {
+      throw std::system_error(wrote == 0 ? ENOSPC : errno, std::generic_category(), "the journal");
+    }
+    bytes.remove_prefix(static_cast<std::size_t>(wrote));
+    position += static_cast<std::size_t>(wrote);
+  }
+}
+
+// A write beyond the process's limit of file sizes raises a signal that would end the host.
+void checkFileSizeLimit(std::size_t end) {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY &&
+      end > limit.rlim_cur) {
+    throw std::system_error(EFBIG, std::generic_category(), "the journal");
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> Journal::segmentsIn(const platform::PrivateFolder& folder) {
+  std::vector<std::string> segments;
+  for (std::string& name : folder.names()) {
+    if (numberOf(name) != 0) segments.push_back(std::move(name));
+  }
+  std::ranges::sort(segments, {}, [](const std::string& name) { return numberOf(name); });
+  return segments;
+}
+
+Journal::Journal(const platform::PrivateFolder& folder)
+    : run_(random64()), current_(begin(folder)) {}
+
+std::unique_ptr<Journal::Segment> Journal::begin(const platform::PrivateFolder& folder) const {
+  const auto segments = segmentsIn(folder);
+  const std::uint64_t number = segments.empty() ? 1 : numberOf(segments.back()) + 1;
+  auto segment = std::make_unique<Segment>(Segment{random64(), nameOf(number), {}});
+  checkFileSizeLimit(journalHeaderSize);
+  segment->file = folder.open(segment->name).fd;
+  writeAt(segment->file.get(), journalHeader(segment->id, run_), 0);
+  return segment;
+}
+
+void Journal::append(const Message& message) {
+  const platform::MutexLock lock(mutex_);
+  const std::uint64_t ordinal = ordinal_ + 1;
+  const std::string record = journalRecord(message, ordinal);
+  const std::size_t end = written_ + record.size();
+  checkFileSizeLimit(end);
+  writeAt(current_->file.get(), record, written_);
+  ordinal_ = ordinal;
+  written_ = end;
+}
+
+std::pair<std::unique_ptr<Journal::Segment>, std::size_t> Journal::rotate(
+    const platform::PrivateFolder& folder) {
+  auto next = begin(folder);
+  const platform::MutexLock lock(mutex_);
+  std::swap(current_, next);
+  return {std::move(next), written_.exchange(journalHeaderSize)};
+}
+
+}  // namespace vantamo::core

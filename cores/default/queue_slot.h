@@ -1,0 +1,46 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "platform/private_folder.h"
+
+namespace vantamo::core {
+
+/// One of the numbered folders in an application's queue folder, owned by this process for as long
+/// as the object lives. Processes of one application that run at the same time own one each; what a
+/// process has left is found by the next one. Safe to be closed from any thread.
+class QueueSlot {
+ public:
+  /// The file that an owner holds a lock on.
+  static constexpr const char* lockName = "owner.lock";
+
+  /// The first folder that nobody owns, made when needed. Throws when there is none.
+  static QueueSlot acquire(const platform::PrivateFolder& application);
+  /// The folder `name`, or nothing when somebody owns it. Throws when it cannot be used.
+  static std::optional<QueueSlot> tryAcquire(const platform::PrivateFolder& application,
+                                             const std::string& name);
+  /// The names of the folders that are there.
+  static std::vector<std::string> namesIn(const platform::PrivateFolder& application);
+  /// In a forked child: gives up what the parent owns, in the child alone. Async-signal-safe.
+  static void abandonAll() noexcept;
+
+  QueueSlot(QueueSlot&& other) noexcept;
+  QueueSlot& operator=(QueueSlot&&) = delete;
+  QueueSlot(const QueueSlot&) = delete;
+  ~QueueSlot();
+
+  [[nodiscard]] const platform::PrivateFolder& folder() const { return folder_; }
+  [[nodiscard]] const std::string& name() const { return name_; }
+  /// Whether folder and lock have their names still.
+  [[nodiscard]] bool isInPlace() const noexcept;
+
+ private:
+  QueueSlot(platform::PrivateFolder folder, std::string name, platform::UniqueFd lock);
+
+  platform::PrivateFolder folder_;
+  std::string name_;
+  platform::UniqueFd lock_;
+};
+
+}  // namespace vantamo::core
