@@ -7,9 +7,9 @@
 
 namespace vantamo::platform {
 
-/// A folder that is this user's alone (0700, whatever the umask), held open, so that what is done in
-/// it stays in it however names outside are changed meanwhile. Nothing that somebody else has put in
-/// the place of a file is followed, written or erased: it is renamed.
+/// A folder that is this user's alone (0700, whatever the umask), held open, so that what is done
+/// in it stays in it however names outside are changed meanwhile. Nothing that somebody else has
+/// put in the place of a file is followed, written or erased: it is renamed.
 ///
 /// Safe from any thread. Throws std::system_error where nothing else is said.
 class PrivateFolder {
@@ -32,7 +32,8 @@ class PrivateFolder {
   /// Opens a plain file of ours for reading and writing (0600), made when missing. A link, another
   /// user's file or anything else in its place is set aside first.
   File open(const std::string& name) const;
-  /// Keeps what stands under `name` under a new name, and answers that; "" when nothing stands there.
+  /// Keeps what stands under `name` under a new name, and answers that; "" when nothing stands
+  /// there.
   std::string setAside(const std::string& name) const;
 
   /// The names of what is in it, sorted.
@@ -40,6 +41,8 @@ class PrivateFolder {
   void rename(const std::string& from, const std::string& to) const;
   /// False when it is there still.
   bool remove(const std::string& name) const noexcept;
+  /// Whether both are one folder.
+  [[nodiscard]] bool isSameAs(const PrivateFolder& other) const noexcept;
   /// Whether the path leads here still.
   [[nodiscard]] bool isInPlace() const noexcept;
 

@@ -90,12 +90,13 @@ Delivery& DefaultCore::delivery(const CoreSettings& settings) {
   curlOptions_->certificateFile = options_.certificateFile.value_or("");
   auto made = std::make_unique<Delivery>(Delivery::Parts{
       .queueFolder = queueFolder(settings, options_),
-      .sender = {.requestFor = [this](const auto& message) { return requests_.requestFor(message); },
-                 .now = &Clock::now,
-                 .wallClock = wallClockOf(options_),
-                 .random = [] { return platform::random32() / 4294967296.0; }},
-      .makeTransport = [host = options_.transport, options = curlOptions_]()
-          -> std::shared_ptr<default_core::Transport> {
+      .sender = {
+          .requestFor = [this](const auto& message) { return requests_.requestFor(message); },
+          .now = &Clock::now,
+          .wallClock = wallClockOf(options_),
+          .random = [] { return platform::random32() / 4294967296.0; }},
+      .makeTransport = [host = options_.transport,
+                        options = curlOptions_]() -> std::shared_ptr<default_core::Transport> {
         return host ? host : std::make_shared<CurlTransport>(options);
       }});
   made->setCallback(callback_);

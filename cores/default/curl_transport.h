@@ -30,8 +30,8 @@ struct CurlOptions {
 };
 
 /// HTTP and HTTPS through libcurl: one connection kept alive, certificates verified, redirects not
-/// followed, no signals. Of a response only the status and two headers are looked at: a body is read
-/// up to a bound and thrown away, and never unpacked.
+/// followed, no signals. Of a response only the status and two headers are looked at: a body is
+/// read up to a bound and thrown away, and never unpacked.
 class CurlTransport final : public default_core::Transport {
  public:
   /// Throws std::exception when libcurl cannot be used.

@@ -68,9 +68,8 @@ vantamo::Value::Map NQMessage::jsonDictionary() { return {}; }
 std::shared_ptr<NQReachability> NQReachability::reachabilityWithHostName(
     std::string_view hostName) {
   try {
-    return std::make_shared<vantamo::core::HostReachability>(hostName, [](long long status) {
-      DefaultCore::instance().reachabilityChanged(status);
-    });
+    return std::make_shared<vantamo::core::HostReachability>(
+        hostName, [](long long status) { DefaultCore::instance().reachabilityChanged(status); });
   } catch (const std::exception& exception) {
     vantamo::support::debugLog("+[NQReachability reachabilityWithHostName:]", [&] {
       return vantamo::support::withValue("The host cannot be watched: %@", exception.what());

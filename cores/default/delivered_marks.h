@@ -9,10 +9,10 @@
 
 namespace vantamo::core {
 
-/// The ids of messages that were delivered and may still stand in the database, in a small file that
-/// is written without waiting for the disk: so that a process killed between an answer and the
-/// removal does not send what was answered. The file has its full size from the beginning, so that a
-/// full disk does not keep it from being written. For one thread.
+/// The ids of messages that were delivered and may still stand in the database, in a small file
+/// that is written without waiting for the disk: so that a process killed between an answer and the
+/// removal does not send what was answered. The file has its full size from the beginning, so that
+/// a full disk does not keep it from being written. For one thread.
 class DeliveredMarks {
  public:
   /// As many ids as the file holds; then the oldest is overwritten.

@@ -108,8 +108,8 @@ void Delivery::post(std::string_view moduleName, std::string body) {
   }
   const auto accepted = std::chrono::duration_cast<milliseconds>(wallClock_().time_since_epoch());
   try {
-    queue->append({platform::randomUuid(), std::string(moduleName), std::move(body),
-                   accepted.count(), 0, 0});
+    queue->append(
+        {platform::randomUuid(), std::string(moduleName), std::move(body), accepted.count(), 0, 0});
   } catch (...) {
     statistics_.takeBack(number, size);
     refuse(Statistics::Refusal::storage);
@@ -154,8 +154,8 @@ bool Delivery::flush(Clock::time_point deadline) {
 bool Delivery::isEmpty(Clock::time_point deadline) {
   const Use use(*this);
   const platform::MutexLock lock(mutex_);
-  const bool known = waitFor(deadline, Urgency::patient,
-                             [&]() VANTAMO_REQUIRES(mutex_) { return tookIn_; });
+  const bool known =
+      waitFor(deadline, Urgency::patient, [&]() VANTAMO_REQUIRES(mutex_) { return tookIn_; });
   return known && stats().queuedMessages == 0;
 }
 
@@ -300,8 +300,8 @@ void Delivery::sleepUntil(std::optional<Clock::time_point> next) {
   }
 }
 
-// Files are closed before the thread ends, and without anybody waiting for that; who comes meanwhile
-// finds the thread running on.
+// Files are closed before the thread ends, and without anybody waiting for that; who comes
+// meanwhile finds the thread running on.
 bool Delivery::endsNow(MessageQueue& queue) {
   const auto isUnwanted = [this]() VANTAMO_REQUIRES(mutex_) {
     return stopping_ || (users_ == 0 && tasks_.empty());

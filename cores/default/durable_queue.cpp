@@ -116,17 +116,22 @@ void DurableQueue::forgetAhead() {
 
 // Somebody may have erased or replaced files that are in use. They can still be read.
 void DurableQueue::restoreFiles() {
-  const bool journalInPlace = platform::hasName(journal_.current().file);
-  const bool folderInPlace = application_.isInPlace() && slot_->isInPlace();
-  const bool storeInPlace = folderInPlace && (!spool_ || spool_->isInPlace());
-  if (journalInPlace && storeInPlace) return;
+  // Closing moves the log, which can be written still, into the database.
+  if (spool_ && spool_->store().isInPlace() && !spool_->store().isLogInPlace()) spool_.reset();
+  const bool journalHasName = platform::hasName(journal_.current().file);
+  const bool storeHasName = !spool_ || spool_->store().isInPlace();
+  const bool slotInPlace = application_.isInPlace() && slot_->isInPlace();
+  if (journalHasName && storeHasName && slotInPlace) return;
   support::debugLog(operation, [] { return "The queue's files were erased and are made anew"; });
-  if (!folderInPlace) {
+  bool folderInPlace = true;
+  if (!slotInPlace) {
     auto application = platform::PrivateFolder::at(path_);
     auto slot = QueueSlot::acquire(application);
+    folderInPlace = slot.folder().isSameAs(slot_->folder());
     application_ = std::move(application);
     slot_.emplace(std::move(slot));
   }
+  const bool storeInPlace = storeHasName && folderInPlace;
   if (!storeInPlace) {
     auto fresh = std::make_unique<Spool>(slot_->folder(), journal_.current().id);
     if (spool_) copyMessages(*spool_, doneThrough_, *fresh);
@@ -135,12 +140,12 @@ void DurableQueue::restoreFiles() {
     recount_ = true;
     forgetAhead();
   }
-  if (!journalInPlace || !folderInPlace) rotateJournal();
+  if (!journalHasName || !folderInPlace) rotateJournal();
 }
 
 void DurableQueue::importJournal() {
-  const auto added = spool().import(journal_.current(), journal_.run(), imported_,
-                                    journal_.written());
+  const auto added =
+      spool().import(journal_.current(), journal_.run(), imported_, journal_.written());
   imported_ = added.position;
   counted_.messages += added.messages;
   counted_.bytes += added.bytes;
@@ -183,7 +188,8 @@ void DurableQueue::adopt(const QueueSlot& orphan) {
   }
   const auto isKept = [](const std::string& file) { return isLock(file) || isAside(file); };
   const bool emptied = removeFiles(orphan.folder(), isKept);
-  if (emptied && orphan.folder().names().size() == 1 && orphan.folder().remove(QueueSlot::lockName)) {
+  if (emptied && orphan.folder().names().size() == 1 &&
+      orphan.folder().remove(QueueSlot::lockName)) {
     application_.remove(orphan.name());
   }
 }
@@ -191,8 +197,8 @@ void DurableQueue::adopt(const QueueSlot& orphan) {
 // --- The sending thread
 
 QueueChange DurableQueue::takeIn() {
+  restoreFiles();
   mending([this](Spool& /*files*/) {
-    restoreFiles();
     importJournal();
     if (imported_ >= rotateAt) rotateJournal();
     adoptOrphans();
@@ -237,8 +243,7 @@ void DurableQueue::delivered() {
 std::size_t DurableQueue::bury(int status, std::string_view reason, std::int64_t now,
                                std::size_t keep) {
   try {
-    const std::size_t dropped =
-        spool().store().bury(ahead_[next_], status, reason, now, keep);
+    const std::size_t dropped = spool().store().bury(ahead_[next_], status, reason, now, keep);
     advance();
     counted_.deadLetters += 1 - dropped;
     return dropped;
@@ -285,9 +290,8 @@ bool DurableQueue::erase(QueueChange& change) {
   spool_.reset();
   forgetAhead();
   const std::string live = journal_.current().name;
-  bool all = removeFiles(slot_->folder(), [&live](const std::string& name) {
-    return isLock(name) || name == live;
-  });
+  bool all = removeFiles(slot_->folder(),
+                         [&live](const std::string& name) { return isLock(name) || name == live; });
   for (const std::string& name : QueueSlot::namesIn(application_)) {
     if (name == slot_->name()) continue;
     const auto orphan = QueueSlot::tryAcquire(application_, name);

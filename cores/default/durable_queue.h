@@ -72,8 +72,8 @@ class DurableQueue final : public MessageQueue {
   std::int64_t doneThrough_ = 0;
   std::vector<std::string> unsettled_;  // delivered, and in the database still
   bool markFailed_ = false;
-  QueueSize counted_;     // what whoever asks takeIn() knows of
-  bool recount_ = false;  // there may be other messages than those
+  QueueSize counted_;                        // what whoever asks takeIn() knows of
+  bool recount_ = false;                     // there may be other messages than those
   std::optional<Clock::time_point> looked_;  // for orphans
 };
 

@@ -10,9 +10,9 @@
 
 namespace vantamo::core {
 
-/// What a host's thread writes an accepted message to: one write() into a file's cached pages, which
-/// waits for no disk and survives the end of the process by any cause. The sending thread reads the
-/// records back and moves them to the database.
+/// What a host's thread writes an accepted message to: one write() into a file's cached pages,
+/// which waits for no disk and survives the end of the process by any cause. The sending thread
+/// reads the records back and moves them to the database.
 ///
 /// The file is written and not mapped into memory: a file that somebody cuts short, or a full disk,
 /// would raise a signal in the host's thread when its page is touched, where write() answers.
@@ -39,8 +39,8 @@ class Journal {
   /// Bytes that were written to the segment that takes records.
   [[nodiscard]] std::size_t written() const noexcept { return written_; }
   [[nodiscard]] const Segment& current() const noexcept { return *current_; }
-  /// Begins another segment in `folder`; answers the one before, which takes no record any more, and
-  /// its size.
+  /// Begins another segment in `folder`; answers the one before, which takes no record any more,
+  /// and its size.
   std::pair<std::unique_ptr<Segment>, std::size_t> rotate(const platform::PrivateFolder& folder);
 
   /// The names of all segments in the folder, oldest first.

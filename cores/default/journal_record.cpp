@@ -46,7 +46,8 @@ Frame frameAt(std::string_view bytes, std::string_view& rest) {
   if (size < fixedSize || size > largestRest) return Frame::damaged;
   if (bytes.size() - frameSize < size) return Frame::unfinished;
   rest = bytes.substr(frameSize, size);
-  const std::size_t names = std::size_t{get<std::uint16_t>(rest, 16)} + get<std::uint16_t>(rest, 18);
+  const std::size_t names =
+      std::size_t{get<std::uint16_t>(rest, 16)} + get<std::uint16_t>(rest, 18);
   const bool sound = checksum(rest) == get<std::uint32_t>(bytes, 8) && fixedSize + names <= size;
   return sound ? Frame::whole : Frame::damaged;
 }
@@ -105,7 +106,8 @@ JournalBytes readJournal(std::string_view bytes, std::uint64_t run, bool last) {
       continue;
     }
     if (frame == Frame::unfinished && !last) break;
-    const std::size_t following = std::min(bytes.find(recordMark.front(), read.next + 1), bytes.size());
+    const std::size_t following =
+        std::min(bytes.find(recordMark.front(), read.next + 1), bytes.size());
     read.damaged += following - read.next;
     read.next = following;
   }

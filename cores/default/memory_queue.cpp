@@ -94,8 +94,8 @@ class MemoryQueue final : public MessageQueue {
     messages_.back().run = message.run == 0 ? run() : 0;
   }
   std::int64_t forget(const std::optional<std::vector<std::string>>& ids) VANTAMO_REQUIRES(mutex_) {
-    return static_cast<std::int64_t>(
-        std::erase_if(dead_, [&](const BuriedMessage& letter) { return isWanted(ids, letter.id); }));
+    return static_cast<std::int64_t>(std::erase_if(
+        dead_, [&](const BuriedMessage& letter) { return isWanted(ids, letter.id); }));
   }
 
   mutable platform::Mutex mutex_;

@@ -60,9 +60,10 @@ struct QueueChange {
 
 /// Keeps accepted messages in order of arrival until they are delivered or dead.
 ///
-/// append() and what follows it, up to the next heading, are safe from any thread and never wait for
-/// one of the others; the rest is for the sending thread alone. Every operation that is not noexcept
-/// throws std::exception when the storage fails; nothing that was appended is lost by that.
+/// append() and what follows it, up to the next heading, are safe from any thread and never wait
+/// for one of the others; the rest is for the sending thread alone. Every operation that is not
+/// noexcept throws std::exception when the storage fails; nothing that was appended is lost by
+/// that.
 class MessageQueue {
  public:
   MessageQueue() = default;
@@ -90,7 +91,8 @@ class MessageQueue {
   /// Notes that the front message was delivered: this queue never answers it again. The storage may
   /// be told later, but before front() goes on beyond what can be noted safely.
   virtual void delivered() = 0;
-  /// Moves the front message to the dead letters; beyond `keep` of them the oldest go. How many did.
+  /// Moves the front message to the dead letters; beyond `keep` of them the oldest go. How many
+  /// did.
   virtual std::size_t bury(int status, std::string_view reason, std::int64_t now,
                            std::size_t keep) = 0;
   /// Tells the storage everything that it was to be told later.

@@ -14,8 +14,8 @@ namespace {
 
 constexpr int mostSlots = 64;
 
-// Descriptors of the locks held now, plus one; 0 for none. A forked child shares them, and with them
-// the ownership.
+// Descriptors of the locks held now, plus one; 0 for none. A forked child shares them, and with
+// them the ownership.
 constinit std::array<std::atomic<int>, mostSlots> heldLocks{};
 
 void exchangeHeld(int from, int to) noexcept {

@@ -17,9 +17,11 @@ constexpr int busyMilliseconds = 1000;
 
 constexpr std::array<const char*, 3> schema = {
     "CREATE TABLE messages(sequence INTEGER PRIMARY KEY, id TEXT NOT NULL, module TEXT NOT NULL, "
-    "body BLOB NOT NULL, accepted INTEGER NOT NULL, run INTEGER NOT NULL, ordinal INTEGER NOT NULL)",
+    "body BLOB NOT NULL, accepted INTEGER NOT NULL, run INTEGER NOT NULL, ordinal INTEGER NOT "
+    "NULL)",
     "CREATE TABLE dead(place INTEGER PRIMARY KEY, id TEXT NOT NULL, module TEXT NOT NULL, "
-    "body BLOB NOT NULL, accepted INTEGER NOT NULL, run INTEGER NOT NULL, ordinal INTEGER NOT NULL, "
+    "body BLOB NOT NULL, accepted INTEGER NOT NULL, run INTEGER NOT NULL, ordinal INTEGER NOT "
+    "NULL, "
     "status INTEGER NOT NULL, reason TEXT NOT NULL, died INTEGER NOT NULL)",
     "CREATE TABLE segments(id INTEGER PRIMARY KEY, imported INTEGER NOT NULL)"};
 
@@ -52,8 +54,8 @@ SQLite::Database openIn(const platform::PrivateFolder& folder) {
     SQLite::Database database(folder.pathOf(QueueStore::fileName), SQLite::OPEN_READWRITE,
                               busyMilliseconds);
     distrustSchema(database);
-    // Exclusive, so that no file is shared through memory: cut short by somebody, that would end the
-    // process.
+    // Exclusive, so that no file is shared through memory: cut short by somebody, that would end
+    // the process.
     database.exec(
         "PRAGMA locking_mode=EXCLUSIVE; PRAGMA journal_mode=WAL; PRAGMA cache_size=-512;"
         "PRAGMA cell_size_check=ON; PRAGMA journal_size_limit=1048576;"
@@ -145,8 +147,9 @@ struct QueueStore::Database {
                                "INSERT INTO dead(id, module, body, accepted, run, ordinal, status, "
                                "reason, died) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)"};
   SQLite::Statement setImported{
-      connection, "INSERT INTO segments(id, imported) VALUES(?, ?) ON CONFLICT(id) DO UPDATE SET "
-                  "imported = excluded.imported"};
+      connection,
+      "INSERT INTO segments(id, imported) VALUES(?, ?) ON CONFLICT(id) DO UPDATE SET "
+      "imported = excluded.imported"};
   SQLite::Statement selectAfter{connection,
                                 std::string("SELECT ") + messageColumns +
                                     " FROM messages WHERE sequence > ? ORDER BY sequence LIMIT ?"};
@@ -161,9 +164,9 @@ QueueStore::QueueStore(const platform::PrivateFolder& folder)
 
 QueueStore::~QueueStore() = default;
 
-bool QueueStore::isInPlace() const noexcept {
-  return platform::hasName(file_) && platform::exists(logPath_);
-}
+bool QueueStore::isInPlace() const noexcept { return platform::hasName(file_); }
+
+bool QueueStore::isLogInPlace() const noexcept { return platform::exists(logPath_); }
 
 std::size_t QueueStore::importedOf(std::uint64_t segment) {
   return database_->read([&] {

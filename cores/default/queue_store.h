@@ -36,8 +36,9 @@ class QueueStore {
   QueueStore& operator=(const QueueStore&) = delete;
   ~QueueStore();
 
-  /// Whether its files have their names still.
+  /// Whether the database has its name still, and whether the log beside it has.
   [[nodiscard]] bool isInPlace() const noexcept;
+  [[nodiscard]] bool isLogInPlace() const noexcept;
 
   /// How far the segment was imported; 0 when it is not known.
   [[nodiscard]] std::size_t importedOf(std::uint64_t segment);
@@ -46,8 +47,8 @@ class QueueStore {
   void import(const std::vector<Message>& messages, std::uint64_t segment, std::size_t position);
   void forgetSegment(std::uint64_t segment);
 
-  /// Messages behind `sequence`, oldest first: at most `count`, and no more once their bodies exceed
-  /// `bytes`.
+  /// Messages behind `sequence`, oldest first: at most `count`, and no more once their bodies
+  /// exceed `bytes`.
   [[nodiscard]] std::vector<QueuedMessage> after(std::int64_t sequence, std::size_t count,
                                                  std::size_t bytes);
   /// Removes all messages up to `sequence`.

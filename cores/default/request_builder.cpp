@@ -43,7 +43,8 @@ Value::Map moduleHeaders(NQLifecycleObject& module, const QueuedMessage& message
 
 }  // namespace
 
-std::optional<default_core::HttpRequest> RequestBuilder::requestFor(const QueuedMessage& message) const {
+std::optional<default_core::HttpRequest> RequestBuilder::requestFor(
+    const QueuedMessage& message) const {
   const auto url = settings_.item("PostMessageUrl", message.moduleName);
   if (!url || !url->isString() || url->string().empty()) return {};
   default_core::HttpRequest request;

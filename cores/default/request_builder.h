@@ -20,7 +20,8 @@ class RequestBuilder {
   void setUserAgent(const std::string& userAgent) { userAgent_.set(userAgent); }
 
   /// The request, to where the settings point now; nothing while they name no endpoint.
-  [[nodiscard]] std::optional<default_core::HttpRequest> requestFor(const QueuedMessage& message) const;
+  [[nodiscard]] std::optional<default_core::HttpRequest> requestFor(
+      const QueuedMessage& message) const;
 
  private:
   const SettingsStore& settings_;

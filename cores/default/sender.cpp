@@ -195,7 +195,8 @@ void Sender::attemptNext(MessageQueue& queue, Transport& transport, Step& step) 
   const QueuedMessage* message = queue.front();
   if (message == nullptr || !mayAttempt(*message, queue.run())) return;
   step.bytes = message->body.size();
-  step.report = default_core::DeliveryReport{message->id, message->moduleName, Outcome::retrying, 0, {}};
+  step.report =
+      default_core::DeliveryReport{message->id, message->moduleName, Outcome::retrying, 0, {}};
   if (!isMessageId(message->id) || step.bytes > largestMessage) {
     return bury(queue, 0, "what is stored is not a message", step);
   }
@@ -219,7 +220,8 @@ void Sender::conclude(MessageQueue& queue, const HttpResponse& response, Step& s
     return;
   }
   report.reason = describe(response);
-  if (step.verdict == Verdict::messageWrong) return bury(queue, response.status, report.reason, step);
+  if (step.verdict == Verdict::messageWrong)
+    return bury(queue, response.status, report.reason, step);
   if (step.verdict == Verdict::networkFailed) {
     step.next = failed(Reason::network);
   } else if (step.verdict == Verdict::endpointWrong) {

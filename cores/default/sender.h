@@ -18,7 +18,8 @@ namespace vantamo::core {
 ///
 ///   1 queued     accepted and kept, waiting for those before it
 ///   2 attempted  in a request; at most one message at a time
-///   3 waiting    the attempt failed: kept until the wait is over, then 2 again; new messages do not
+///   3 waiting    the attempt failed: kept until the wait is over, then 2 again; new messages do
+///   not
 ///                shorten the wait
 ///   4 delivered  a 2xx answer: removed
 ///   5 dead       a 4xx answer that speaks of this message: among the dead letters
@@ -73,8 +74,8 @@ class Sender {
   /// Another queue: its run begins to count at 1.
   void beginRun();
   /// Ends a wait, but not one that a server has asked for: the next step attempts at once. An
-  /// attempt that is under way, and fails, was begun before: it is repeated at once too. The count of
-  /// failures stays.
+  /// attempt that is under way, and fails, was begun before: it is repeated at once too. The count
+  /// of failures stays.
   void retryNow();
   /// The network has come back: ends a wait for the network after a moment, so that not all devices
   /// of a network call at the same time.

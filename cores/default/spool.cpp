@@ -84,7 +84,8 @@ void Spool::openStore(const platform::PrivateFolder& folder, std::string aside) 
 void Spool::importLeftSegments(const platform::PrivateFolder& folder, std::uint64_t live) {
   for (const std::string& name : Journal::segmentsIn(folder)) {
     Journal::Segment segment{0, name, folder.open(name).fd};
-    const JournalHeader header = readJournalHeader(readAt(segment.file.get(), 0, journalHeaderSize));
+    const JournalHeader header =
+        readJournalHeader(readAt(segment.file.get(), 0, journalHeaderSize));
     segment.id = header.segment;
     if (segment.id == live && live != 0) continue;
     const std::size_t end = sizeOf(segment.file);

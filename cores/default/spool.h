@@ -32,7 +32,6 @@ class Spool {
 
   [[nodiscard]] QueueStore& store() { return *store_; }
   [[nodiscard]] DeliveredMarks& marks() { return *marks_; }
-  [[nodiscard]] bool isInPlace() const noexcept { return store_->isInPlace(); }
 
   struct Imported {
     std::size_t position = 0;
@@ -41,7 +40,7 @@ class Spool {
   };
   /// Adds the segment's records from `position` to `end`; where it was imported to, and how much.
   Imported import(const Journal::Segment& segment, std::uint64_t run, std::size_t position,
-                     std::size_t end);
+                  std::size_t end);
   /// Forgets and removes a segment that was imported whole; keeps it aside when it was damaged.
   void discard(const platform::PrivateFolder& folder, const Journal::Segment& segment);
 

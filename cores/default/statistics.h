@@ -13,7 +13,8 @@ struct QueueBounds {
   std::size_t bytes = 20UL * 1024 * 1024;
 };
 
-/// The figures that a host can ask for, and with them the bounds of the queue. Safe from any thread.
+/// The figures that a host can ask for, and with them the bounds of the queue. Safe from any
+/// thread.
 class Statistics {
  public:
   enum class Refusal { full, tooLarge, storage, notRunning };

@@ -48,7 +48,8 @@ bool setOptions(Options options);
 
 /// Figures since the process began, except for those of what is kept now.
 struct Stats {
-  /// Messages that were taken over, and what has become of messages, those of earlier runs included.
+  /// Messages that were taken over, and what has become of messages, those of earlier runs
+  /// included.
   std::uint64_t accepted = 0;
   std::uint64_t delivered = 0;
   std::uint64_t dead = 0;

@@ -28,6 +28,10 @@ struct CloseFolder {
   void operator()(DIR* folder) const { ::closedir(folder); }
 };
 
+bool isSame(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
 bool isOurs(const struct stat& info) { return info.st_uid == ::geteuid(); }
 
 // The umask, or whoever made the file, may have left another mode.
@@ -120,11 +124,17 @@ bool PrivateFolder::remove(const std::string& name) const noexcept {
          (errno == EISDIR && ::unlinkat(fd_.get(), name.c_str(), AT_REMOVEDIR) == 0);
 }
 
+bool PrivateFolder::isSameAs(const PrivateFolder& other) const noexcept {
+  struct stat a {};
+  struct stat b {};
+  return ::fstat(fd_.get(), &a) == 0 && ::fstat(other.fd_.get(), &b) == 0 && isSame(a, b);
+}
+
 bool PrivateFolder::isInPlace() const noexcept {
   struct stat here {};
   struct stat there {};
   return ::fstat(fd_.get(), &here) == 0 && ::lstat(path_.c_str(), &there) == 0 &&
-         here.st_dev == there.st_dev && here.st_ino == there.st_ino;
+         isSame(here, there);
 }
 
 bool hasName(const UniqueFd& file) noexcept {

@@ -24,6 +24,49 @@ TEST(RetryPolicyTest, GrowsToItsCapWithFullJitter) {
   EXPECT_EQ(delay(1, -1), 0);
 }
 
+TEST(RetryPolicyTest, EveryStatusHasAVerdict) {
+  const std::map<Verdict, std::vector<int>> verdicts = {
+      {Verdict::delivered, {200, 204, 299}},
+      {Verdict::networkFailed, {0, 100, 199, -1}},
+      {Verdict::serverFailed, {300, 302, 399, 407, 408, 429, 500, 503, 599, 600, 1000}},
+      {Verdict::endpointWrong, {401, 403, 404, 405}},
+      {Verdict::messageWrong, {400, 402, 406, 410, 413, 422, 431, 499}}};
+  for (const auto& [verdict, statuses] : verdicts) {
+    for (const int status : statuses) EXPECT_EQ(judge(status), verdict) << status;
+  }
+}
+
+TEST(RetryPolicyTest, RetryAfterIsSecondsOrADate) {
+  constexpr long long day = 86400;
+  struct Case {
+    const char* retryAfter;
+    const char* date;
+    long long seconds;  // -1: no wait is asked for
+  };
+  const auto now = std::chrono::system_clock::from_time_t(784111777);  // 6 Nov 1994 08:49:37
+  for (const Case& example :
+       std::vector<Case>{{"120", nullptr, 120},
+                         {" 0 ", nullptr, 0},
+                         {"99999999999999999999999", nullptr, day},
+                         {"Sun, 06 Nov 1994 08:50:37 GMT", nullptr, 60},
+                         {"Sunday, 06-Nov-94 08:50:37 GMT", nullptr, 60},
+                         {"Sun Nov  6 08:50:37 1994", nullptr, 60},
+                         {"Fri, 01 Jan 2100 00:00:00 GMT", nullptr, day},
+                         {"Sun, 06 Nov 1994 08:48:37 GMT", nullptr, -1},
+                         // This machine's clock is years away; the server's counts.
+                         {"Sun, 06 Nov 2044 08:50:37 GMT", "Sun, 06 Nov 2044 08:49:37 GMT", 60},
+                         {"-5", nullptr, -1},
+                         {"1e3", nullptr, -1},
+                         {"soon", nullptr, -1},
+                         {"", nullptr, -1}}) {
+    default_core::HttpResponse response{503, {}, example.retryAfter, {}};
+    if (example.date != nullptr) response.date = example.date;
+    const auto wait = retryAfter(response, now);
+    EXPECT_EQ(wait ? wait->count() : -1000, example.seconds * 1000) << example.retryAfter;
+  }
+  EXPECT_FALSE(retryAfter({503, {}, {}, {}}, now));
+}
+
 TEST(CoreSettingsTest, ValidItemsAreTaken) {
   const auto parsed = parseCoreSettings({{"ManualPostEnabled", 1},
                                          {"ApplicationId", "org.example.Shop-2_x"},
@@ -32,6 +75,8 @@ TEST(CoreSettingsTest, ValidItemsAreTaken) {
                                          {"RetryCapSeconds", 60},
                                          {"ConnectTimeoutSeconds", 2},
                                          {"RequestTimeoutSeconds", nullptr},
+                                         {"MaxQueuedMessages", 7},
+                                         {"MaxDeadLetters", 0},
                                          {"Unknown", Value::List{}}});
   EXPECT_TRUE(parsed.complaints.empty());
   EXPECT_TRUE(parsed.settings.manualPost);
@@ -41,6 +86,9 @@ TEST(CoreSettingsTest, ValidItemsAreTaken) {
   EXPECT_EQ(parsed.settings.retry.cap, milliseconds(60000));
   EXPECT_EQ(parsed.settings.connectTimeout, milliseconds(2000));
   EXPECT_EQ(parsed.settings.requestTimeout, milliseconds(30000));
+  EXPECT_EQ(parsed.settings.maxQueuedMessages, 7U);
+  EXPECT_EQ(parsed.settings.maxQueueBytes, 20U * 1024 * 1024);
+  EXPECT_EQ(parsed.settings.maxDeadLetters, 0U);
 }
 
 TEST(CoreSettingsTest, InvalidItemsAreNamedAndLeaveTheDefault) {
@@ -51,7 +99,10 @@ TEST(CoreSettingsTest, InvalidItemsAreNamedAndLeaveTheDefault) {
       {"RetryBaseSeconds", {0, 3601, true, "1"}},
       {"RetryCapSeconds", {0.5, 86401}},
       {"ConnectTimeoutSeconds", {-1}},
-      {"RequestTimeoutSeconds", {1e300}}};
+      {"RequestTimeoutSeconds", {1e300}},
+      {"MaxQueuedMessages", {0, 1.5, "9"}},
+      {"MaxQueueBytes", {65535}},
+      {"MaxDeadLetters", {-1}}};
   const CoreSettings defaults;
   for (const auto& [key, values] : cases) {
     for (const Value& value : values) {
@@ -62,6 +113,7 @@ TEST(CoreSettingsTest, InvalidItemsAreNamedAndLeaveTheDefault) {
       EXPECT_EQ(settings.retry.base, defaults.retry.base);
       EXPECT_EQ(settings.retry.cap, defaults.retry.cap);
       EXPECT_EQ(settings.requestTimeout, defaults.requestTimeout);
+      EXPECT_EQ(settings.maxQueuedMessages, defaults.maxQueuedMessages);
     }
   }
   EXPECT_THAT(parseCoreSettings({{"RetryCapSeconds", 0}}).complaints.front(),

@@ -1,81 +1,249 @@
-#include <sys/stat.h>
+#include <sqlite3.h>
 
-#include "cores/default/message_queue.h"
+#include "cores/default/durable_queue.h"
+#include "cores/default/journal_record.h"
 #include "tests/kit/host_test.h"
 
 namespace vantamo::test {
 namespace {
 
+using core::DurableQueue;
+using core::Message;
 using core::MessageQueue;
+using core::QueuedMessage;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
-// One suite over both queues.
-class QueueTest : public HostTest, public testing::WithParamInterface<const char*> {
+Message message(const std::string& body) {
+  return {platform::randomUuid(), "VTMod", body, 1234, 0, 0};
+}
+
+std::vector<std::string> deliverAll(MessageQueue& queue) {
+  std::vector<std::string> bodies;
+  while (const QueuedMessage* front = queue.front()) {
+    bodies.push_back(front->body);
+    queue.delivered();
+  }
+  return bodies;
+}
+
+class DurableQueueTest : public HostTest {
  protected:
   [[nodiscard]] std::string folder() const { return (caches() / "NQCore" / "app").string(); }
+  [[nodiscard]] std::filesystem::path file(const std::string& name) const {
+    return std::filesystem::path(folder()) / "0" / name;
+  }
   [[nodiscard]] std::unique_ptr<MessageQueue> open() const {
-    return std::string_view(GetParam()) == "sqlite" ? core::openSqliteQueue(folder())
-                                                    : core::makeMemoryQueue();
+    return std::make_unique<DurableQueue>(folder());
+  }
+  // As a process that was killed leaves it: what was appended is in the journal alone.
+  void leave(std::initializer_list<const char*> bodies, bool takenIn = false) const {
+    const auto queue = open();
+    for (const char* body : bodies) queue->append(message(body));
+    if (takenIn) static_cast<void>(queue->takeIn());
+  }
+  [[nodiscard]] std::vector<std::string> found() const {
+    const auto queue = open();
+    static_cast<void>(queue->takeIn());
+    return deliverAll(*queue);
+  }
+  [[nodiscard]] std::size_t asides() const {
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(file(""))) {
+      count += entry.path().string().find(".aside-") != std::string::npos ? 1 : 0;
+    }
+    return count;
   }
 };
 
-TEST_P(QueueTest, KeepsOrderAndWholeContent) {
-  const auto queue = open();
-  EXPECT_FALSE(queue->front());
-  EXPECT_EQ(queue->size(), 0U);
-  EXPECT_EQ(queue->newestSequence(), 0);
+// One suite over both queues.
+class QueueTest : public DurableQueueTest, public testing::WithParamInterface<const char*> {
+ protected:
+  [[nodiscard]] std::unique_ptr<MessageQueue> make() const {
+    return std::string_view(GetParam()) == "durable" ? open() : core::makeMemoryQueue();
+  }
+};
+
+TEST_P(QueueTest, KeepsOrderAndWholeContentUntilDelivered) {
+  const auto queue = make();
+  EXPECT_EQ(queue->takeIn().messages, 0);
+  EXPECT_EQ(queue->front(), nullptr);
+  EXPECT_EQ(queue->newestOrdinal(), 0U);
   const std::string odd("a\0\xff'; DROP TABLE messages; --", 30);
-  queue->append("id-1", "VTMod", odd);
-  queue->append("id-2", "VTMod", "");
-  EXPECT_EQ(queue->size(), 2U);
-  const auto first = queue->front();
-  ASSERT_TRUE(first);
-  EXPECT_EQ(first->id, "id-1");
-  EXPECT_EQ(first->moduleName, "VTMod");
-  EXPECT_EQ(first->body, odd);
-  queue->remove(first->sequence);
-  queue->remove(first->sequence);
-  const auto second = queue->front();
-  EXPECT_EQ(second->id, "id-2");
-  EXPECT_EQ(second->body, "");
-  EXPECT_GT(second->sequence, first->sequence);
-  EXPECT_EQ(queue->newestSequence(), second->sequence);
-  queue->remove(second->sequence);
-  queue->append("id-3", "VTMod", "");
-  EXPECT_GT(queue->newestSequence(), second->sequence);  // never used again
+  const Message first = message(odd);
+  queue->append(first);
+  queue->append(message(""));
+  EXPECT_EQ(queue->newestOrdinal(), 2U);
+  EXPECT_EQ(queue->takeIn().messages, 0);  // no surprise
+  const QueuedMessage* front = queue->front();
+  ASSERT_NE(front, nullptr);
+  EXPECT_EQ(front->id, first.id);
+  EXPECT_EQ(front->moduleName, "VTMod");
+  EXPECT_EQ(front->accepted, 1234);
+  EXPECT_EQ(front->run, queue->run());
+  EXPECT_EQ(front->ordinal, 1U);
+  EXPECT_THAT(deliverAll(*queue), ElementsAre(odd, ""));
+  queue->rest();
+  EXPECT_EQ(queue->front(), nullptr);
 }
 
-INSTANTIATE_TEST_SUITE_P(Both, QueueTest, testing::Values("sqlite", "memory"),
+TEST_P(QueueTest, DeadLettersAreBoundedAndComeBackOnWish) {
+  const auto queue = make();
+  std::vector<std::string> ids;
+  for (const char* body : {"1", "2", "3", "4"}) {
+    ids.push_back(platform::randomUuid());
+    queue->append({ids.back(), "VTMod", body, 1, 0, 0});
+  }
+  static_cast<void>(queue->takeIn());
+  std::size_t dropped = 0;
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_NE(queue->front(), nullptr);
+    dropped += queue->bury(400 + i, "no", 99, 2);
+  }
+  EXPECT_EQ(dropped, 1U);
+  const auto dead = queue->deadLetters();
+  ASSERT_EQ(dead.size(), 2U);
+  EXPECT_EQ(dead[0].id, ids[1]);
+  EXPECT_EQ(dead[0].status, 401);
+  EXPECT_EQ(dead[0].reason, "no");
+  EXPECT_EQ(dead[0].died, 99);
+  EXPECT_EQ(queue->purge(std::vector{ids[2], ids[0]}).deadLetters, -1);
+  const auto revived = queue->revive({});
+  EXPECT_EQ(revived.messages, 1);
+  EXPECT_EQ(revived.deadLetters, -1);
+  EXPECT_THAT(deliverAll(*queue), ElementsAre("4", "2"));
+  queue->append(message("5"));
+  core::QueueChange change;
+  EXPECT_TRUE(queue->erase(change));
+  EXPECT_EQ(change.messages, -1);
+  EXPECT_EQ(change.bytes, -1);
+  EXPECT_EQ(queue->front(), nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(Both, QueueTest, testing::Values("durable", "memory"),
                          [](const auto& test) { return std::string(test.param); });
 
-TEST_F(HostTest, QueueFileSurvivesItsProcessAndIsPrivate) {
-  const std::string folder = (caches() / "NQCore" / "app").string();
-  const auto oldMask = umask(0);
-  const auto first = core::openSqliteQueue(folder);
-  first->append("id", "VTMod", "body");
-  umask(oldMask);
-  const auto second = core::openSqliteQueue(folder);  // as after a kill: the first is still open
-  ASSERT_TRUE(second->front());
-  EXPECT_EQ(second->front()->body, "body");
-  struct stat info {};
-  ASSERT_EQ(stat(folder.c_str(), &info), 0);
-  EXPECT_EQ(info.st_mode & 0777U, 0700U);
-  for (const auto& file : std::filesystem::directory_iterator(folder)) {
-    ASSERT_EQ(stat(file.path().c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777U, 0600U) << file.path();
+TEST_F(DurableQueueTest, WhatAKilledProcessHasLeftIsFoundOnceAndInOrder) {
+  leave({"1", "2"});
+  leave({"3"}, true);
+  leave({"4"});
+  {
+    const auto queue = open();
+    EXPECT_EQ(queue->takeIn().messages, 4);
+    EXPECT_EQ(queue->front()->body, "1");
+    queue->delivered();  // marked, and not yet removed when the process ends
+    std::filesystem::copy(folder(), scratch() / "killed", std::filesystem::copy_options::recursive);
+  }
+  std::filesystem::remove_all(folder());
+  std::filesystem::copy(scratch() / "killed", folder(), std::filesystem::copy_options::recursive);
+  EXPECT_THAT(found(), ElementsAre("2", "3", "4"));
+  EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(DurableQueueTest, FoldersOfOtherProcessesAreLeftToThemAndTakenOverAfterwards) {
+  auto living = open();
+  living->append(message("living"));
+  {
+    DurableQueue second(folder());
+    EXPECT_EQ(second.takeIn().messages, 0);
+  }
+  living.reset();
+  std::filesystem::rename(file(""), std::filesystem::path(folder()) / "7");
+  leave({"own"});
+  EXPECT_THAT(found(), ElementsAre("own", "living"));
+  EXPECT_FALSE(std::filesystem::exists(std::filesystem::path(folder()) / "7"));
+}
+
+TEST_F(DurableQueueTest, DamagedFilesAreSetAsideAndWhatCanBeReadIsSaved) {
+  const std::string junk(5000, 'x');
+  struct Case {
+    const char* what;
+    std::function<void()> damage;
+    bool saves;
+  };
+  const auto sql = [this](const std::string& text) {
+    sqlite3* database = nullptr;
+    ASSERT_EQ(sqlite3_open(file("queue.sqlite").c_str(), &database), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(database, text.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(database);
+  };
+  const std::vector<Case> cases = {
+      {"junk", [&] { std::ofstream(file("queue.sqlite")) << junk; }, false},
+      {"zeros", [&] { std::ofstream(file("queue.sqlite")) << std::string(9000, '\0'); }, false},
+      {"cut short", [&] { std::filesystem::resize_file(file("queue.sqlite"), 5000); }, false},
+      {"a link",
+       [&] {
+         std::filesystem::rename(file("queue.sqlite"), scratch() / "elsewhere");
+         std::filesystem::create_symlink(scratch() / "elsewhere", file("queue.sqlite"));
+       },
+       true},
+      {"a trigger",
+       [&] {
+         sql("CREATE TRIGGER t BEFORE INSERT ON messages BEGIN DELETE FROM "
+             "messages; END");
+       },
+       true},
+      {"a damaged log", [&] { std::ofstream(file("queue.sqlite-wal")) << junk; }, true}};
+  std::size_t before = 0;
+  for (const Case& damaged : cases) {
+    SCOPED_TRACE(damaged.what);
+    leave({"1", "2"}, true);
+    damaged.damage();
+    const auto bodies = found();
+    if (damaged.saves) {
+      EXPECT_THAT(bodies, ElementsAre("1", "2"));
+    }
+    leave({"3"});
+    EXPECT_THAT(found(), ElementsAre("3"));
+    const std::size_t now = asides();
+    EXPECT_TRUE(now > before || std::string_view(damaged.what) == "a damaged log");
+    before = now;
   }
 }
 
-TEST_F(HostTest, UnusableQueueFilesAreRefused) {
-  const auto open = [](const std::string& folder) { return core::openSqliteQueue(folder); };
-  EXPECT_THROW(open("/proc/nowhere"), std::exception);
-  const auto folder = scratch() / "broken";
-  std::filesystem::create_directories(folder);
-  std::ofstream(folder / "queue.sqlite") << std::string(5000, 'x');
-  EXPECT_THROW(open(folder.string()), std::exception);
-  std::filesystem::remove(folder / "queue.sqlite");
-  std::filesystem::create_symlink(scratch() / "elsewhere", folder / "queue.sqlite");
-  EXPECT_THROW(open(folder.string()), std::exception);
-  EXPECT_FALSE(std::filesystem::exists(scratch() / "elsewhere"));
+TEST_F(DurableQueueTest, FilesErasedWhileInUseAreMadeAnew) {
+  const auto queue = open();
+  const std::vector<std::string> victims = {"queue.sqlite", "queue.sqlite-wal", "owner.lock", ""};
+  for (const std::string& victim : victims) {
+    SCOPED_TRACE(victim);
+    queue->append(message("1"));
+    queue->append(message("2"));
+    static_cast<void>(queue->takeIn());
+    EXPECT_EQ(queue->front()->body, "1");
+    queue->delivered();
+    queue->append(message("3"));
+    std::filesystem::remove_all(file(victim));
+    EXPECT_EQ(queue->takeIn().messages, 0);
+    EXPECT_TRUE(std::filesystem::exists(file("queue.sqlite")));
+    EXPECT_THAT(deliverAll(*queue), ElementsAre("2", "3"));
+  }
+}
+
+TEST(JournalRecordTest, DamageCostsNoMoreThanTheRecordsItTouches) {
+  const auto record = [](const std::string& body, std::uint64_t ordinal) {
+    return core::journalRecord(message(body), ordinal);
+  };
+  const std::string one = record("first", 1);
+  const std::string bytes = one + record("second VTR1", 2) + record("third", 3);
+  const auto bodies = [](const std::string& text, bool last) {
+    std::vector<std::string> found;
+    for (const Message& read : core::readJournal(text, 9, last).messages)
+      found.push_back(read.body);
+    return found;
+  };
+  EXPECT_THAT(bodies(bytes, true), ElementsAre("first", "second VTR1", "third"));
+  EXPECT_THAT(bodies("junk" + bytes, true), ElementsAre("first", "second VTR1", "third"));
+  std::string flipped = bytes;
+  flipped[one.size() + 40] ^= 1;
+  EXPECT_THAT(bodies(flipped, true), ElementsAre("first", "third"));
+  for (std::size_t cut = one.size(); cut < one.size() + 20; ++cut) {
+    EXPECT_THAT(bodies(bytes.substr(0, cut), true), ElementsAre("first"));
+    EXPECT_EQ(core::readJournal(bytes.substr(0, cut), 9, false).next, one.size());
+  }
+  const auto header = core::readJournalHeader(core::journalHeader(7, 8));
+  EXPECT_EQ(header.segment, 7U);
+  EXPECT_EQ(header.run, 8U);
+  EXPECT_EQ(core::readJournalHeader("short").segment, 0U);
 }
 
 }  // namespace

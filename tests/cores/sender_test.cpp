@@ -7,53 +7,36 @@
 namespace vantamo::test {
 namespace {
 
-using core::HttpRequest;
-using core::HttpResult;
 using core::QueuedMessage;
 using core::Sender;
+using default_core::HttpRequest;
+using default_core::HttpResponse;
+using default_core::Outcome;
+using std::chrono::hours;
 using std::chrono::milliseconds;
+using std::chrono::seconds;
 using testing::ElementsAre;
 
-// Answers with the scripted statuses, then with 204.
-class ScriptedTransport final : public core::Transport {
+// Answers with the scripted responses, then with 204.
+class ScriptedTransport final : public default_core::Transport {
  public:
-  HttpResult post(const HttpRequest& request) override {
+  HttpResponse post(const HttpRequest& request) override {
     bodies.push_back(request.body);
     if (const auto hook = std::exchange(whileSending, nullptr)) hook();
-    if (script.empty()) return {204, {}};
-    const int status = script.front();
+    if (script.empty()) return {204, {}, {}, {}};
+    HttpResponse response = script.front();
     script.pop_front();
-    return {status, status == 0 ? "no route" : ""};
+    if (response.status == -1) throw 7;
+    return response;
   }
   void interrupt() noexcept override {}
+  void answer(std::initializer_list<int> statuses) {
+    for (const int status : statuses) script.push_back({status, {}, {}, {}});
+  }
 
   std::function<void()> whileSending;  // called once
-  std::deque<int> script;
+  std::deque<HttpResponse> script;
   std::vector<std::string> bodies;
-};
-
-// A queue that fails on demand.
-class FragileQueue final : public core::MessageQueue {
- public:
-  void append(std::string_view id, std::string_view module, std::string_view body) override {
-    queue_->append(id, module, body);
-  }
-  std::optional<QueuedMessage> front() override {
-    if (std::exchange(failsFront, false)) throw std::runtime_error("cannot read");
-    return queue_->front();
-  }
-  void remove(std::int64_t sequence) override {
-    if (std::exchange(failsRemove, false)) throw std::runtime_error("cannot write");
-    queue_->remove(sequence);
-  }
-  std::size_t size() override { return queue_->size(); }
-  std::int64_t newestSequence() override { return queue_->newestSequence(); }
-
-  bool failsFront = false;
-  bool failsRemove = false;
-
- private:
-  std::unique_ptr<core::MessageQueue> queue_ = core::makeMemoryQueue();
 };
 
 class SenderTest : public HostTest {
@@ -64,29 +47,36 @@ class SenderTest : public HostTest {
   }
 
   void post(std::initializer_list<const char*> bodies) {
-    for (const char* body : bodies) queue.append("id", "VTMod", body);
+    for (const char* body : bodies) {
+      queue->append({platform::randomUuid(), "VTMod", body, 0, 0, 0});
+    }
   }
   // Steps until the sender has nothing to do now; how long it then wants to wait, -1 for no limit.
   long long runOut() {
     for (;;) {
-      const auto next = sender.step();
-      if (!next) return -1;
-      if (*next > now) return std::chrono::duration_cast<milliseconds>(*next - now).count();
+      const Sender::Step step = sender.step(*queue, transport);
+      if (step.report) outcomes.push_back(step.report->outcome);
+      if (!step.next) return -1;
+      if (*step.next > now) {
+        return std::chrono::duration_cast<milliseconds>(*step.next - now).count();
+      }
     }
   }
+  [[nodiscard]] bool isEmpty() const { return queue->front() == nullptr; }
 
-  FragileQueue queue;
+  std::unique_ptr<core::MessageQueue> queue = core::makeMemoryQueue();
   ScriptedTransport transport;
-  Sender::TimePoint now{std::chrono::hours(1)};
+  std::vector<Outcome> outcomes;
+  Sender::TimePoint now{hours(1)};
+  std::chrono::system_clock::time_point wallNow{hours(400'000)};
   bool hasEndpoint = true;
-  Sender sender{{.queue = queue,
-                 .transport = transport,
-                 .requestFor =
+  Sender sender{{.requestFor =
                      [this](const QueuedMessage& message) {
                        return hasEndpoint ? std::optional(HttpRequest{"http://h", {}, message.body})
                                           : std::nullopt;
                      },
                  .now = [this] { return now; },
+                 .wallClock = [this] { return wallNow; },
                  .random = [] { return 0.5; }}};
 };
 
@@ -95,33 +85,56 @@ TEST_F(SenderTest, DeliversInOrderOfArrival) {
   post({"1", "2", "3"});
   EXPECT_EQ(runOut(), -1);
   EXPECT_THAT(transport.bodies, ElementsAre("1", "2", "3"));
-  EXPECT_EQ(queue.size(), 0U);
+  EXPECT_TRUE(isEmpty());
 }
 
-TEST_F(SenderTest, KeepsEverythingElseAndBacksOff) {
-  transport.script = {0, 500, 404, 301, 199, 429};
+TEST_F(SenderTest, WhatMayHealIsKeptAndBackedOffFrom) {
+  transport.answer({0, 500, -1, 301, 199, 429});
   post({"1", "2"});
   std::vector<long long> waits;
   for (int i = 0; i < 6; ++i) {
     waits.push_back(runOut());
-    EXPECT_EQ(queue.size(), 2U);
     now += milliseconds(waits.back());
+    wallNow += hours(i % 2 == 0 ? -90'000 : 90'000);  // of no concern to any wait
   }
   EXPECT_THAT(waits, ElementsAre(500, 1000, 2000, 2000, 2000, 2000));
   EXPECT_EQ(runOut(), -1);
   EXPECT_THAT(transport.bodies, ElementsAre("1", "1", "1", "1", "1", "1", "1", "2"));
   // A delivery ends the count of failures.
-  transport.script = {503};
+  transport.answer({503});
   post({"3"});
   EXPECT_EQ(runOut(), 500);
 }
 
-TEST_F(SenderTest, OnlyARetryNowEndsAWait) {
-  transport.script = {503, 503};
+TEST_F(SenderTest, AMessageThatIsRefusedGoesAsideAndAnEndpointThatIsWrongStopsAll) {
+  transport.answer({400, 204, 403, 204});
+  post({"1", "2", "3"});
+  EXPECT_EQ(runOut(), 3000);  // half of the cap, and a random part of the other half
+  EXPECT_THAT(transport.bodies, ElementsAre("1", "2", "3"));
+  EXPECT_THAT(outcomes, ElementsAre(Outcome::dead, Outcome::delivered, Outcome::retrying));
+  EXPECT_EQ(queue->deadLetters().at(0).status, 400);
+  sender.retryNow();
+  EXPECT_EQ(runOut(), -1);
+  EXPECT_TRUE(isEmpty());
+}
+
+TEST_F(SenderTest, AServerIsGivenTheTimeItAsksFor) {
+  transport.script = {{503, {}, "60", {}}, {503, {}, "0", {}}};
+  post({"1"});
+  EXPECT_EQ(runOut(), 60000);
+  sender.retryNow();
+  sender.networkRecovered();
+  EXPECT_EQ(runOut(), 60000);
+  now += seconds(60);
+  EXPECT_EQ(runOut(), 1000);
+}
+
+TEST_F(SenderTest, WhatEndsAWait) {
+  transport.answer({0, 0});
   post({"1"});
   EXPECT_EQ(runOut(), 500);
   post({"2"});
-  sender.flush();
+  sender.flush(queue->newestOrdinal());
   now += milliseconds(100);
   EXPECT_EQ(runOut(), 400);
   EXPECT_EQ(transport.bodies.size(), 1U);
@@ -129,11 +142,24 @@ TEST_F(SenderTest, OnlyARetryNowEndsAWait) {
   EXPECT_EQ(runOut(), 1000);
   EXPECT_EQ(transport.bodies.size(), 2U);
   // One that comes while an attempt is under way is for the next attempt.
-  transport.script = {503, 503};
+  transport.answer({503, 503});
   transport.whileSending = [this] { sender.retryNow(); };
   now += milliseconds(1000);
   EXPECT_EQ(runOut(), 2000);
   EXPECT_EQ(transport.bodies.size(), 4U);
+  // The network's return ends what was the network's fault, once and not at once.
+  sender.networkRecovered();
+  EXPECT_EQ(runOut(), 2000);
+  transport.answer({0, 0, 0});
+  now += milliseconds(2000);
+  EXPECT_EQ(runOut(), 2000);
+  sender.networkRecovered();
+  EXPECT_EQ(runOut(), 500);
+  now += milliseconds(500);
+  EXPECT_EQ(runOut(), 2000);
+  transport.whileSending = [this] { sender.networkRecovered(); };
+  now += milliseconds(2000);
+  EXPECT_EQ(runOut(), 500);
 }
 
 TEST_F(SenderTest, ManualModeSendsWhatAFlushHasSeen) {
@@ -141,42 +167,29 @@ TEST_F(SenderTest, ManualModeSendsWhatAFlushHasSeen) {
   post({"1", "2"});
   EXPECT_EQ(runOut(), -1);
   EXPECT_TRUE(transport.bodies.empty());
-  sender.flush();
+  sender.flush(queue->newestOrdinal());
   post({"3"});
-  transport.script = {204, 500};
+  transport.answer({204, 500});
   EXPECT_EQ(runOut(), 500);
   now += milliseconds(500);
   EXPECT_EQ(runOut(), -1);
   EXPECT_THAT(transport.bodies, ElementsAre("1", "2", "2"));
   sender.setManual(false);
   EXPECT_EQ(runOut(), -1);
-  EXPECT_EQ(queue.size(), 0U);
+  EXPECT_TRUE(isEmpty());
 }
 
 TEST_F(SenderTest, NothingIsAttemptedWhileOffOrWithoutEndpoint) {
   post({"1"});
   sender.setSending(false);
   EXPECT_EQ(runOut(), -1);
-  sender.setSending(true);
+  sender.beginHostFlush();
   hasEndpoint = false;
   EXPECT_EQ(runOut(), -1);
   EXPECT_TRUE(transport.bodies.empty());
   hasEndpoint = true;
   EXPECT_EQ(runOut(), -1);
-  EXPECT_EQ(queue.size(), 0U);
-}
-
-TEST_F(SenderTest, AQueueThatFailsIsTriedAgainAndNothingGoesTwice) {
-  post({"1", "2"});
-  queue.failsFront = true;
-  EXPECT_EQ(runOut(), 500);
-  now += milliseconds(500);
-  queue.failsRemove = true;
-  EXPECT_EQ(runOut(), 1000);
-  now += milliseconds(1000);
-  EXPECT_EQ(runOut(), -1);
-  EXPECT_THAT(transport.bodies, ElementsAre("1", "2"));
-  EXPECT_THAT(logTexts(), testing::Contains(testing::HasSubstr("cannot write")));
+  EXPECT_TRUE(isEmpty());
 }
 
 }  // namespace
