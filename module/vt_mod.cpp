@@ -131,7 +131,7 @@ bool VTMod::resetSession() {
 bool VTMod::eraseVisitor() {
   constexpr const char* operation = "-[VTMod eraseVisitor]";
   return guarded(operation, false, [&](bool& result) {
-    result = VTModSession::sharedInstance().eraseVisitor(isEnabled());
+    result = VTModSession::sharedInstance().eraseVisitor(bModuleEnabled_);
     VTTagsRingBuffer& buffer = VTTagsRingBuffer::sharedInstance();
     buffer.setRingBuffer({});
     buffer.setFirstPageView(true);

@@ -42,7 +42,7 @@ void VTModSession::reportAnonymousWhen(bool (*isAnonymous)()) { isAnonymous_ = i
 bool VTModSession::newSession() {
   return guarded("-[VTModSession newSession]", false, [this](bool& result) {
     const platform::MutexLock lock(startMutex_);
-    const SessionFolder folder = lockedFolder();
+    const platform::FolderLock folder = lockedFolder();
     std::optional<Value> contents;
     if (sessionFileExists()) contents = contentsOfSessionFile();
     std::string visitor;
@@ -63,7 +63,7 @@ bool VTModSession::eraseVisitor(bool running) {
     cjsid_.set(newSessionId());
     const std::string path = sessionFilePath();
     if (path.empty()) return;
-    const SessionFolder folder = running ? lockedFolder() : nullptr;
+    const platform::FolderLock folder = running ? lockedFolder() : platform::FolderLock("");
     const bool removed = platform::removeFile(path);
     platform::removeLeftovers(path, std::chrono::seconds(0));
     // A file that cannot be removed may still take other ids in place of the visitor's.
@@ -126,11 +126,11 @@ std::optional<Value> VTModSession::contentsOfSessionFile() const {
 }
 
 // Made before it is locked, so that two processes that both find no file make one visitor.
-VTModSession::SessionFolder VTModSession::lockedFolder() const {
-  if (!sessionDirectoryExists() && !createSessionDirectory()) return nullptr;
+platform::FolderLock VTModSession::lockedFolder() const {
+  if (!sessionDirectoryExists() && !createSessionDirectory()) return platform::FolderLock("");
   const std::string path = sessionDirectoryPath();
   platform::keepOthersOut(path);
-  return std::make_unique<platform::FolderLock>(path);
+  return platform::FolderLock(path);
 }
 
 bool VTModSession::updateSessionFile() const {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -63,11 +62,8 @@ class VTModSession {
   static void reportAnonymousWhen(bool (*isAnonymous)());
 
  private:
-  using SessionFolder = std::unique_ptr<vantamo::platform::FolderLock>;
-
-  /// The folder, created when it is not there, for as long as this process alone may change it;
-  /// null when there is none.
-  SessionFolder lockedFolder() const;
+  /// Creates the folder when it is not there, and locks it.
+  vantamo::platform::FolderLock lockedFolder() const;
   bool writeSessionFile() const;
 
   static std::atomic<bool (*)()> isAnonymous_;
