@@ -60,8 +60,8 @@ QueueChange difference(const QueueSize& now, const QueueSize& before) {
 
 }  // namespace
 
-DurableQueue::DurableQueue(const std::string& applicationFolder)
-    : path_(applicationFolder),
+DurableQueue::DurableQueue(std::string applicationFolder)
+    : path_(std::move(applicationFolder)),
       application_(platform::PrivateFolder::at(path_)),
       slot_(QueueSlot::acquire(application_)),
       journal_(slot_->folder()) {}

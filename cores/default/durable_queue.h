@@ -22,7 +22,7 @@ class DurableQueue final : public MessageQueue {
  public:
   /// Owns a folder in the application's, which is made when missing. Throws when none can be had or
   /// the journal cannot be begun.
-  explicit DurableQueue(const std::string& applicationFolder);
+  explicit DurableQueue(std::string applicationFolder);
   ~DurableQueue() override;
 
   void append(const Message& message) override { journal_.append(message); }

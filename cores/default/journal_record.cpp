@@ -14,7 +14,7 @@ constexpr std::string_view headerMark = "VTJRNL01";
 constexpr std::string_view recordMark = "VTR1";
 constexpr std::size_t frameSize = 12;
 constexpr std::size_t fixedSize = 20;
-constexpr std::size_t largestRest = fixedSize + 2 * 0xffff + largestMessage;
+constexpr std::size_t largestRest = fixedSize + 2UL * 0xffff + largestMessage;
 
 template <class Number>
 void put(std::string& out, Number number) {

@@ -123,7 +123,7 @@ struct QueueStore::Database {
   }
 
   // Where the dead letters with these ids, or all, stand.
-  std::vector<std::int64_t> deadPlaces(const std::optional<std::vector<std::string>>& ids) {
+  std::vector<std::int64_t> deadPlaces(const std::optional<std::vector<std::string>>& ids) const {
     std::unordered_set<std::string> wanted;
     if (ids) wanted.insert(ids->begin(), ids->end());
     std::vector<std::int64_t> places;
@@ -267,8 +267,8 @@ std::size_t QueueStore::bury(const QueuedMessage& message, int status, std::stri
   Database& database = *database_;
   std::size_t dropped = 0;
   database.write(true, [&] {
-    BuriedMessage letter{message, status, std::string(reason), now};
-    insertLetter(letter);
+    const Message& kept = message;
+    insertLetter({kept, status, std::string(reason), now});
     database.run(database.deleteOne, message.sequence);
     SQLite::Statement drop(database.connection,
                            "DELETE FROM dead WHERE place NOT IN "

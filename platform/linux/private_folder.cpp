@@ -96,7 +96,7 @@ PrivateFolder::File PrivateFolder::open(const std::string& name) const {
 }
 
 std::string PrivateFolder::setAside(const std::string& name) const {
-  const std::string kept = name + ".aside-" + randomUuid();
+  std::string kept = name + ".aside-" + randomUuid();
   if (::renameat(fd_.get(), name.c_str(), fd_.get(), kept.c_str()) == 0) return kept;
   if (errno != ENOENT) fail(pathOf(name));
   return {};
