@@ -37,6 +37,11 @@ std::string queueFolder(const CoreSettings& settings, const default_core::Option
          (settings.applicationId ? *settings.applicationId : platform::executableName());
 }
 
+// From now on, and no further than a wait may sensibly go.
+Clock::time_point deadlineIn(milliseconds wait) {
+  return Clock::now() + std::clamp<milliseconds>(wait, milliseconds(0), std::chrono::hours(24));
+}
+
 void endWithProcess() {
   HostReachability::endNotifications();
   if (Delivery* delivery = deliveryOfProcess) delivery->stopForExit(exitLimit);
@@ -97,12 +102,17 @@ Delivery& DefaultCore::delivery(const CoreSettings& settings) {
           .random = [] { return platform::random32() / 4294967296.0; }},
       .makeTransport = [host = options_.transport,
                         options = curlOptions_]() -> std::shared_ptr<default_core::Transport> {
-        return host ? host : std::make_shared<CurlTransport>(options);
+        if (host) return host;
+        auto transport = std::make_shared<CurlTransport>(options);
+        // Once more, behind what the libraries below have just registered: the thread must end
+        // before they are undone.
+        static const int registered = std::atexit(&endWithProcess);
+        static_cast<void>(registered);
+        return transport;
       }});
   made->setCallback(callback_);
   delivery_ = made.release();
   deliveryOfProcess = delivery_.load();
-  // Registered after the libraries below were loaded, and so run before they are undone.
   std::atexit(&endWithProcess);
   return *delivery_;
 }
@@ -245,7 +255,7 @@ bool DefaultCore::flush(milliseconds deadline) {
   if (delivery == nullptr) return true;
   // Never started, there is no endpoint to send anything to.
   if (!everStarted_) return delivery->isEmpty(Clock::now() + taskLimit);
-  return delivery->flush(Clock::now() + deadline);
+  return delivery->flush(deadlineIn(deadline));
 }
 
 std::vector<default_core::DeadLetter> DefaultCore::deadLetters() {

@@ -123,7 +123,8 @@ bool Delivery::waitFor(Clock::time_point deadline, Urgency urgency, Condition co
   constexpr milliseconds repeat{20};  // a request may begin just behind an interruption
   while (!condition()) {
     const auto now = Clock::now();
-    if (now >= deadline) return false;
+    const bool nobodyWillDoIt = stopping_ && !running_;
+    if (now >= deadline || nobodyWillDoIt) return false;
     auto until = deadline;
     if (urgency == Urgency::interrupting) {
       if (const auto transport = transport_.get()) transport->interrupt();

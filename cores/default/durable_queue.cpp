@@ -13,6 +13,7 @@ constexpr std::size_t rotateAt = 64UL * 1024;
 constexpr std::size_t readAheadMessages = 64;
 constexpr std::size_t readAheadBytes = 128UL * 1024;
 constexpr auto lookEvery = std::chrono::seconds(30);
+constexpr auto checkEvery = std::chrono::seconds(1);
 
 bool holdsMessages(const platform::PrivateFolder& folder) {
   const auto names = folder.names();
@@ -48,6 +49,17 @@ void copyMessages(Spool& from, std::int64_t after, Spool& to) {
   auto letters = from.store().deadLetters();
   std::erase_if(letters, isKnown);
   to.store().importDead(letters);
+}
+
+// What is lost with files that were both erased and damaged is lost.
+void copyReadable(Spool& from, std::int64_t after, Spool& to) {
+  try {
+    copyMessages(from, after, to);
+  } catch (const DamagedStore& damage) {
+    support::debugLog(operation, [&] {
+      return support::withValue("Not all of the erased files could be read: %@", damage.what());
+    });
+  }
 }
 
 QueueChange difference(const QueueSize& now, const QueueSize& before) {
@@ -134,7 +146,7 @@ void DurableQueue::restoreFiles() {
   const bool storeInPlace = storeHasName && folderInPlace;
   if (!storeInPlace) {
     auto fresh = std::make_unique<Spool>(slot_->folder(), journal_.current().id);
-    if (spool_) copyMessages(*spool_, doneThrough_, *fresh);
+    if (spool_) copyReadable(*spool_, doneThrough_, *fresh);
     fresh->store().import({}, journal_.current().id, imported_);
     spool_ = std::move(fresh);
     recount_ = true;
@@ -197,6 +209,10 @@ void DurableQueue::adopt(const QueueSlot& orphan) {
 // --- The sending thread
 
 QueueChange DurableQueue::takeIn() {
+  const auto now = Clock::now();
+  const bool hasNews = !spool_ || journal_.written() != imported_;
+  if (!hasNews && !recount_ && now - checked_ < checkEvery) return {};
+  checked_ = now;
   restoreFiles();
   mending([this](Spool& /*files*/) {
     importJournal();

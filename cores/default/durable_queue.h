@@ -75,6 +75,7 @@ class DurableQueue final : public MessageQueue {
   QueueSize counted_;                        // what whoever asks takeIn() knows of
   bool recount_ = false;                     // there may be other messages than those
   std::optional<Clock::time_point> looked_;  // for orphans
+  Clock::time_point checked_;                // whether the files are in place
 };
 
 }  // namespace vantamo::core
