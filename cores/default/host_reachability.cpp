@@ -8,8 +8,10 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <exception>
 #include <optional>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "cores/default/background_thread.h"
@@ -27,6 +29,8 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds firstRetry = std::chrono::seconds(1);
 constexpr milliseconds slowestRetry = std::chrono::minutes(5);
+// Changes come in swarms: those of so short a time are told as one.
+constexpr milliseconds settlingTime{50};
 
 std::atomic<bool> processEnds{false};
 
@@ -41,7 +45,8 @@ struct HostReachability::Host {
     if (!literal) resolver = std::make_unique<HostResolver>(std::string(hostName));
   }
 
-  [[nodiscard]] long long status() const {
+  // Nothing when the system cannot tell for now.
+  [[nodiscard]] std::optional<long long> knownStatus() const {
     if (loopback) return reachableViaWiFi;
     if (literal) return statusOfAddress(*literal);
     const HostResolver::Answer answer = resolver->answer();
@@ -49,6 +54,9 @@ struct HostReachability::Host {
     return answer.outcome == HostResolver::Outcome::found ? statusOfAddresses(answer.addresses)
                                                           : statusOfRoutes();
   }
+
+  // Where nothing is known, an attempt to send will tell.
+  [[nodiscard]] long long status() const { return knownStatus().value_or(reachableViaWiFi); }
 
   [[nodiscard]] bool nameFailed() const {
     return resolver && resolver->answer().outcome == HostResolver::Outcome::failed;
@@ -70,36 +78,67 @@ struct HostReachability::Watch {
     if (host->resolver) host->resolver->lookUp();
   }
 
-  // Each round waits for a change, then tells when the status is another one.
+  // Each round waits for a change, then tells when the status is another one. Nothing that fails
+  // ends this: once a second another round tries to go on, and then anything may have changed.
   void run() {
-    milliseconds retry = firstRetry;
-    for (;;) {
-      HostResolver* resolver = host->resolver.get();
-      const int timeout = host->nameFailed() ? static_cast<int>(retry.count()) : -1;
-      std::array<pollfd, 3> fds = {{{stop.get(), POLLIN, 0},
-                                    {network.fd(), POLLIN, 0},
-                                    {resolver != nullptr ? resolver->fd() : -1, POLLIN, 0}}};
-      const int ready = ::poll(fds.data(), fds.size(), timeout);
-      if (fds[0].revents != 0) return;
-      const bool networkChanged = network.takeChanges();
-      if (resolver != nullptr) resolver->takeEnd();
-      // Another network may have other addresses for the name; and a name that could not be looked
-      // up is tried again from time to time.
-      if (resolver != nullptr && (networkChanged || ready == 0)) {
-        retry = networkChanged ? firstRetry : std::min(retry * 2, slowestRetry);
-        resolver->lookUp();
+    bool watching = true;
+    while (!stopped) {
+      try {
+        if (watching) {
+          wait();
+        } else {
+          network = NetworkWatcher();
+          if (host->resolver) host->resolver->lookUp();
+          watching = true;
+        }
+        tellChange();
+        std::this_thread::sleep_for(settlingTime);
+      } catch (const std::exception& error) {
+        support::debugLog("-[NQReachability startNotifier]", [&] {
+          return support::withValue("The network is not watched for now: %@", error.what());
+        });
+        watching = false;
+        std::this_thread::sleep_for(firstRetry);
       }
-      if (const long long now = host->status(); now != std::exchange(last, now)) tell(now);
     }
   }
 
-  // Whatever an observer throws, this thread goes on: there is nobody above it to catch it.
-  void tell(long long now) const {
-    if (processEnds) return;
+  // Ends by a change, or when it is time for another attempt to find out.
+  void wait() {
+    HostResolver* resolver = host->resolver.get();
+    const bool nameFailed = host->nameFailed();
+    const milliseconds longest = !certain ? firstRetry : nameFailed ? retry : milliseconds(-1);
+    std::array<pollfd, 3> fds = {{{stop.get(), POLLIN, 0},
+                                  {network.fd(), POLLIN, 0},
+                                  {resolver != nullptr ? resolver->fd() : -1, POLLIN, 0}}};
+    const int ready = ::poll(fds.data(), fds.size(), static_cast<int>(longest.count()));
+    const int error = ready < 0 ? errno : EIO;
+    if (stopped || error == EINTR) return;
+    const bool networkChanged = network.takeChanges();
+    const bool nameLookedUp = resolver != nullptr && resolver->takeEnd();
+    if (ready != 0 && !networkChanged && !nameLookedUp) {
+      // What no reading takes away, a descriptor that the host has closed for instance, would end
+      // every wait at once.
+      throw std::system_error(error, std::generic_category(), "reachability");
+    }
+    // Another network may have other addresses for the name; and a name that could not be looked
+    // up is tried again from time to time.
+    if (resolver != nullptr && (networkChanged || (nameFailed && ready == 0))) {
+      retry = networkChanged ? firstRetry : std::min(retry * 2, slowestRetry);
+      resolver->lookUp();
+    }
+  }
+
+  void tellChange() {
+    const std::optional<long long> now = host->knownStatus();
+    certain = now.has_value();
+    if (!now || *now == last || stopped || processEnds) return;
+    host->onChange(*now);
+    last = *now;
     try {
-      host->onChange(now);
       NotificationCenter::defaultCenter().post(kNQReachabilityChangedNotification, sender);
     } catch (...) {
+      // Whatever an observer throws, this thread goes on: there is nobody above it to catch it.
       support::debugLog("-[NQReachability startNotifier]",
                         [] { return "An observer of the reachability failed"; });
     }
@@ -107,9 +146,13 @@ struct HostReachability::Watch {
 
   const std::shared_ptr<const Host> host;
   const void* const sender;
-  const platform::UniqueFd stop;
+  const platform::UniqueFd stop;  // readable once `stopped` is set
+  std::atomic<bool> stopped{false};
+  // The thread's alone:
   NetworkWatcher network;
-  long long last = notReachable;  // the thread's alone
+  long long last = notReachable;
+  bool certain = true;
+  milliseconds retry = firstRetry;
 };
 
 HostReachability::HostReachability(std::string_view hostName,
@@ -129,7 +172,7 @@ bool HostReachability::startNotifier() {
     auto watch = std::make_shared<Watch>(host_, this);
     startBackgroundThread([watch] { watch->run(); }).detach();
     watch_ = std::move(watch);
-  } catch (const std::system_error& error) {
+  } catch (const std::exception& error) {
     support::debugLog("-[NQReachability startNotifier]", [&] {
       return support::withValue("The network cannot be watched: %@", error.what());
     });
@@ -141,7 +184,9 @@ bool HostReachability::startNotifier() {
 bool HostReachability::stopNotifier() {
   const platform::MutexLock lock(mutex_);
   const auto watch = std::exchange(watch_, nullptr);
-  return watch == nullptr || ::eventfd_write(watch->stop.get(), 1) == 0;
+  if (watch == nullptr) return true;
+  watch->stopped = true;
+  return ::eventfd_write(watch->stop.get(), 1) == 0;
 }
 
 }  // namespace vantamo::core

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <system_error>
 #include <utility>
 
@@ -60,6 +61,15 @@ HostResolver::Answer resolve(const std::string& host) {
   return answer;
 }
 
+// A look-up under way must end, or no other would ever begin.
+HostResolver::Answer resolveOrFail(const std::string& host) noexcept {
+  try {
+    return resolve(host);
+  } catch (const std::exception&) {
+    return {HostResolver::Outcome::failed, {}};
+  }
+}
+
 }  // namespace
 
 HostResolver::HostResolver(std::string host) : state_(std::make_shared<State>(std::move(host))) {}
@@ -74,9 +84,9 @@ void HostResolver::lookUp() {
   }
   try {
     startBackgroundThread([state = state_] {
-      while (state->finish(resolve(state->host))) continue;
+      while (state->finish(resolveOrFail(state->host))) continue;
     }).detach();
-  } catch (const std::system_error&) {
+  } catch (const std::exception&) {
     state_->finish({Outcome::failed, {}});
   }
 }
@@ -88,9 +98,9 @@ HostResolver::Answer HostResolver::answer() const {
 
 int HostResolver::fd() const { return state_->ended.get(); }
 
-void HostResolver::takeEnd() const {
+bool HostResolver::takeEnd() const {
   eventfd_t count = 0;
-  ::eventfd_read(fd(), &count);
+  return ::eventfd_read(fd(), &count) == 0;
 }
 
 }  // namespace vantamo::core

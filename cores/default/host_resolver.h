@@ -30,8 +30,8 @@ class HostResolver {
   [[nodiscard]] Answer answer() const;
   /// Becomes readable when a look-up has ended.
   [[nodiscard]] int fd() const;
-  /// Takes that back.
-  void takeEnd() const;
+  /// Takes that back; false when none had ended.
+  bool takeEnd() const;
 
  private:
   struct State;

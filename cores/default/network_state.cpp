@@ -7,12 +7,17 @@
 #include <net/if.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <sys/time.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <memory>
+#include <span>
 
+#include "cores/default/network_routes.h"
 #include "platform/linux/unique_fd.h"
 #include "vantamo/nq_core.h"
 
@@ -58,95 +63,65 @@ long long better(long long a, long long b) {
 
 // Asking for the source address that the kernel would use heeds every kind of routing rule; a
 // datagram socket sends nothing when it is connected.
-std::optional<NetworkAddress> sourceAddressFor(const NetworkAddress& destination) {
-  const platform::UniqueFd socket(
-      ::socket(destination.storage.ss_family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+std::optional<NetworkAddress> sourceAddressFor(int socket, const NetworkAddress& destination) {
   const auto* address = reinterpret_cast<const sockaddr*>(&destination.storage);
-  if (!socket || ::connect(socket.get(), address, destination.size) != 0) return {};
+  if (::connect(socket, address, destination.size) != 0) return {};
   NetworkAddress source;
   source.size = sizeof source.storage;
   auto* target = reinterpret_cast<sockaddr*>(&source.storage);
-  if (::getsockname(socket.get(), target, &source.size) != 0) return {};
+  if (::getsockname(socket, target, &source.size) != 0) return {};
   return source;
 }
 
-struct RouteScan {
-  const ifaddrs* interfaces = nullptr;
-  long long best = NQReachability::notReachable;
-};
-
-// Link-local and multicast destinations exist on every interface that is up; they lead nowhere.
-bool leadsAway(const rtmsg& route, const nlattr* destination) {
-  if (destination == nullptr) return true;
-  const auto* bytes = static_cast<const unsigned char*>(mnl_attr_get_payload(destination));
-  if (route.rtm_family == AF_INET6) {
-    return bytes[0] != 0xff && !(bytes[0] == 0xfe && (bytes[1] & 0xc0U) == 0x80U);
-  }
-  return !(bytes[0] == 169 && bytes[1] == 254) && (bytes[0] & 0xf0U) != 0xe0U;
-}
-
-void considerInterface(RouteScan& scan, unsigned index) {
+long long statusOfInterface(const ifaddrs* list, unsigned index) {
   std::array<char, IF_NAMESIZE> name{};
-  if (if_indextoname(index, name.data()) == nullptr) return;
-  for (const ifaddrs* entry = scan.interfaces; entry != nullptr; entry = entry->ifa_next) {
+  if (if_indextoname(index, name.data()) == nullptr) return NQReachability::notReachable;
+  for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
     if (std::strcmp(entry->ifa_name, name.data()) != 0) continue;
-    if ((entry->ifa_flags & IFF_LOOPBACK) == 0) {
-      scan.best = better(scan.best, statusOfInterface(entry->ifa_name, entry->ifa_flags));
-    }
-    return;
+    if ((entry->ifa_flags & IFF_LOOPBACK) != 0) return NQReachability::notReachable;
+    return statusOfInterface(entry->ifa_name, entry->ifa_flags);
   }
+  return NQReachability::notReachable;
 }
 
-int considerRoute(const nlmsghdr* message, void* context) {
-  RouteScan& scan = *static_cast<RouteScan*>(context);
-  const auto& route = *static_cast<const rtmsg*>(mnl_nlmsg_get_payload(message));
-  if (route.rtm_type != RTN_UNICAST || route.rtm_table == RT_TABLE_LOCAL) return MNL_CB_OK;
-  std::array<const nlattr*, RTA_MAX + 1> attributes{};
-  mnl_attr_parse(
-      message, sizeof(rtmsg),
-      [](const nlattr* attribute, void* data) {
-        const unsigned type = mnl_attr_get_type(attribute);
-        if (type <= RTA_MAX) static_cast<const nlattr**>(data)[type] = attribute;
-        return static_cast<int>(MNL_CB_OK);
-      },
-      attributes.data());
-  if (!leadsAway(route, attributes[RTA_DST])) return MNL_CB_OK;
-  if (attributes[RTA_OIF] != nullptr)
-    considerInterface(scan, mnl_attr_get_u32(attributes[RTA_OIF]));
-  if (const nlattr* several = attributes[RTA_MULTIPATH]) {
-    auto left = static_cast<int>(mnl_attr_get_payload_len(several));
-    auto* hop = static_cast<rtnexthop*>(mnl_attr_get_payload(several));
-    while (RTNH_OK(hop, left)) {
-      considerInterface(scan, static_cast<unsigned>(hop->rtnh_ifindex));
-      left -= static_cast<int>(RTNH_ALIGN(hop->rtnh_len));
-      hop = RTNH_NEXT(hop);
-    }
-  }
-  return MNL_CB_OK;
+using Socket = std::unique_ptr<mnl_socket, decltype(&mnl_socket_close)>;
+
+// A socket on which a dump of all routes was asked for; none when the system gives none.
+Socket askForRoutes(unsigned sequence) {
+  Socket socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC), &mnl_socket_close);
+  if (!socket || mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) < 0) return {nullptr, {}};
+  // The kernel answers at once; should it ever not, the caller must not wait for it.
+  constexpr timeval longestWait{1, 0};
+  ::setsockopt(mnl_socket_get_fd(socket.get()), SOL_SOCKET, SO_RCVTIMEO, &longestWait,
+               sizeof longestWait);
+  alignas(nlmsghdr) std::array<char, MNL_ALIGN(sizeof(nlmsghdr)) + MNL_ALIGN(sizeof(rtmsg))>
+      space{};
+  nlmsghdr* request = mnl_nlmsg_put_header(space.data());
+  request->nlmsg_type = RTM_GETROUTE;
+  request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+  request->nlmsg_seq = sequence;
+  static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(rtmsg)))->rtm_family = AF_UNSPEC;
+  if (mnl_socket_sendto(socket.get(), request, request->nlmsg_len) < 0) return {nullptr, {}};
+  return socket;
 }
 
 // The status by one dump of all routes; nothing when the dump is not whole.
 std::optional<long long> scanRoutes() {
-  const std::unique_ptr<mnl_socket, decltype(&mnl_socket_close)> socket(
-      mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC), &mnl_socket_close);
-  if (!socket || mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) < 0) return {};
-  alignas(nlmsghdr) std::array<char, 32768> buffer{};
-  nlmsghdr* request = mnl_nlmsg_put_header(buffer.data());
-  request->nlmsg_type = RTM_GETROUTE;
-  request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-  request->nlmsg_seq = 1;
-  static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(rtmsg)))->rtm_family = AF_UNSPEC;
-  if (mnl_socket_sendto(socket.get(), request, request->nlmsg_len) < 0) return {};
+  constexpr unsigned sequence = 1;
+  const Socket socket = askForRoutes(sequence);
   const Interfaces list = interfaces();
-  RouteScan scan{list.get()};
-  const unsigned port = mnl_socket_get_portid(socket.get());
-  for (int more = MNL_CB_OK; more > MNL_CB_STOP;) {
+  if (!socket || !list) return {};
+  long long best = NQReachability::notReachable;
+  alignas(nlmsghdr) std::array<std::byte, 32768> buffer{};
+  DumpProgress progress = DumpProgress::more;
+  while (progress == DumpProgress::more) {
     const ssize_t got = mnl_socket_recvfrom(socket.get(), buffer.data(), buffer.size());
     if (got <= 0) return {};
-    more = mnl_cb_run(buffer.data(), static_cast<std::size_t>(got), 1, port, &considerRoute, &scan);
-    if (more < MNL_CB_STOP) return {};
+    progress = forEachRouteInterface(
+        std::span(buffer).first(static_cast<std::size_t>(got)), sequence,
+        [&](unsigned index) { best = better(best, statusOfInterface(list.get(), index)); });
   }
-  return scan.best;
+  return progress == DumpProgress::complete ? std::optional(best) : std::nullopt;
 }
 
 }  // namespace
@@ -181,10 +156,16 @@ std::optional<NetworkAddress> literalAddress(const std::string& host) {
   return address;
 }
 
-long long statusOfAddress(const NetworkAddress& address) {
-  const auto source = sourceAddressFor(address);
+std::optional<long long> statusOfAddress(const NetworkAddress& address) {
+  const platform::UniqueFd socket(
+      ::socket(address.storage.ss_family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  if (!socket) {
+    return errno == EAFNOSUPPORT ? std::optional(NQReachability::notReachable) : std::nullopt;
+  }
+  const auto source = sourceAddressFor(socket.get(), address);
   if (!source) return NQReachability::notReachable;
   const Interfaces list = interfaces();
+  if (!list) return {};
   for (const ifaddrs* entry = list.get(); entry != nullptr; entry = entry->ifa_next) {
     if (sameHost(entry->ifa_addr, reinterpret_cast<const sockaddr*>(&source->storage))) {
       return statusOfInterface(entry->ifa_name, entry->ifa_flags);
@@ -193,18 +174,25 @@ long long statusOfAddress(const NetworkAddress& address) {
   return NQReachability::reachableViaWiFi;  // the kernel has a route; how it leaves is not listed
 }
 
-long long statusOfAddresses(const std::vector<NetworkAddress>& addresses) {
+std::optional<long long> statusOfAddresses(const std::vector<NetworkAddress>& addresses) {
   long long best = NQReachability::notReachable;
-  for (const NetworkAddress& address : addresses) best = better(best, statusOfAddress(address));
+  bool allKnown = true;
+  for (const NetworkAddress& address : addresses) {
+    const auto status = statusOfAddress(address);
+    allKnown = allKnown && status;
+    best = better(best, status.value_or(NQReachability::notReachable));
+  }
+  // One good way is enough; that there is none is known only when all are known.
+  if (best == NQReachability::notReachable && !allKnown) return {};
   return best;
 }
 
-long long statusOfRoutes() {
+std::optional<long long> statusOfRoutes() {
   constexpr int attempts = 3;  // a dump is cut short when routes change under it
   for (int i = 0; i < attempts; ++i) {
-    if (const auto status = scanRoutes()) return *status;
+    if (const auto status = scanRoutes()) return status;
   }
-  return NQReachability::reachableViaWiFi;  // nothing is known: an attempt to send will tell
+  return {};
 }
 
 }  // namespace vantamo::core

@@ -21,18 +21,21 @@ NetworkWatcher::NetworkWatcher()
 int NetworkWatcher::fd() const { return mnl_socket_get_fd(socket_.get()); }
 
 // What changed does not matter: the state is read anew after any change. An overrun therefore loses
-// nothing, it is a change itself.
+// nothing, it is a change itself. When changes come faster than they are taken in, the rest is for
+// the next time.
 bool NetworkWatcher::takeChanges() const {
+  constexpr int mostAtOnce = 10000;
   bool changed = false;
   std::array<char, 8192> buffer{};
-  for (;;) {
+  for (int i = 0; i < mostAtOnce; ++i) {
     const ssize_t got = ::recv(fd(), buffer.data(), buffer.size(), MSG_DONTWAIT);
     if (got > 0 || (got < 0 && errno == ENOBUFS)) {
       changed = true;
     } else if (got == 0 || errno != EINTR) {
-      return changed;
+      break;
     }
   }
+  return changed;
 }
 
 }  // namespace vantamo::core

@@ -1,4 +1,5 @@
 #include <sched.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <condition_variable>
@@ -40,19 +41,22 @@ TEST(HostReachabilityTest, LoopbackIsReachableAtOnce) {
 class Listener {
  public:
   explicit Listener(HostReachability& watcher) {
-    NotificationCenter::defaultCenter().addObserver(this, kNQReachabilityChangedNotification,
-                                                    [this, &watcher](const void*) {
-                                                      const std::scoped_lock lock(mutex_);
-                                                      last_ = watcher.currentReachabilityStatus();
-                                                      changed_.notify_all();
-                                                    });
+    NotificationCenter::defaultCenter().addObserver(
+        this, kNQReachabilityChangedNotification, [this, &watcher](const void*) {
+          const long long now = watcher.currentReachabilityStatus();
+          const std::scoped_lock lock(mutex_);
+          last_ = now;
+          changed_.notify_all();
+        });
   }
   ~Listener() { NotificationCenter::defaultCenter().removeObserver(this); }
 
-  bool waitFor(long long status) {
+  bool waitFor(long long status, seconds longest = seconds(20)) {
     std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, seconds(20), [&] { return last_ == status; });
+    return changed_.wait_for(lock, longest, [&] { return last_ == status; });
   }
+  // While the lock is held, the handler does not return.
+  std::unique_lock<std::mutex> hold() { return std::unique_lock(mutex_); }
 
  private:
   std::mutex mutex_;
@@ -109,6 +113,63 @@ TEST(HostReachabilityTest, FollowsAddressesRoutesAndLinks) {
     EXPECT_TRUE(listener.waitFor(2));
     EXPECT_TRUE(literal.stopNotifier());
   });
+}
+
+// Executes commands of iproute2 as they are given, all in one process.
+class Ip {
+ public:
+  ~Ip() { EXPECT_EQ(pclose(pipe_), 0); }
+  void operator()(const std::string& commands) const {
+    EXPECT_GE(std::fputs((commands + "\n").c_str(), pipe_), 0);
+    EXPECT_EQ(std::fflush(pipe_), 0);
+  }
+
+ private:
+  FILE* const pipe_ = popen("ip -batch -", "w");
+};
+
+TEST(HostReachabilityTest, IsRightSoonAfterEveryChangeAndAfterAnOverrun) {
+  inEmptyNetwork([] {
+    if (run("command -v ip >/dev/null && ip link add v0 type veth peer name v1") != 0) _exit(77);
+    HostReachability watcher("192.0.2.9", [](long long) {});
+    Listener listener(watcher);
+    EXPECT_TRUE(watcher.startNotifier());
+    const Ip ip;
+    ip("addr add 192.0.2.1/24 dev v0\nlink set v0 up\nlink set v1 up");
+    EXPECT_TRUE(listener.waitFor(1));
+    const std::array<std::pair<const char*, int>, 4> changes = {
+        {{"link set v1 down", 0},
+         {"link set v1 up", 1},
+         {"route del 192.0.2.0/24 dev v0", 0},
+         {"route add 192.0.2.0/24 dev v0", 1}}};
+    for (std::size_t i = 0; i < 52; ++i) {
+      const auto& [command, status] = changes.at(i % changes.size());
+      ip(command);
+      ASSERT_TRUE(listener.waitFor(status, seconds(2))) << i << ": " << command;
+    }
+    {
+      const auto held = listener.hold();  // the handler of the first change blocks the watcher
+      std::string burst = "link set v1 down";
+      for (int i = 0; i < 5000; ++i) {
+        burst +=
+            "\nroute add blackhole 10.0." + std::to_string(i / 250) + "." + std::to_string(i % 250);
+      }
+      Ip()(burst + "\nlink set v0 down\nlink set v0 name wwan0\nlink set wwan0 up\nlink set v1 up");
+      EXPECT_EQ(run("awk 'NR > 1 && $9 > 0 { lost = 1 } END { exit !lost }' /proc/net/netlink"), 0);
+    }
+    EXPECT_TRUE(listener.waitFor(2, seconds(2)));
+  });
+}
+
+TEST(HostReachabilityTest, WithoutDescriptorsNothingIsCalledUnreachable) {
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  limit.rlim_cur = 0;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  HostReachability watcher("192.0.2.9", [](long long) {});
+  EXPECT_FALSE(watcher.startNotifier());
+  EXPECT_EQ(watcher.currentReachabilityStatus(), NQReachability::reachableViaWiFi);
+  EXPECT_FALSE(core::statusOfRoutes());
 }
 
 TEST(HostReachabilityTest, ANameThatCannotBeFoundIsNotReachable) {
