@@ -71,22 +71,10 @@ bool isBlank(std::string_view line) {
   return line.find_first_not_of(" \t\r\v\f") == std::string_view::npos;
 }
 
-Value parseLine(const std::string& line) {
-  try {
-    return support::parseJson(line);
-  } catch (const support::JsonError& error) {
-    // It was parsed alone: of the place only the column is of use.
-    const std::string_view reason = error.what();
-    const std::size_t column = reason.find("column ");
-    throw MalformedCall("not JSON: " +
-                        std::string(reason.substr(column == std::string_view::npos ? 0 : column)));
-  }
-}
-
 // One line's answer; `malformed` is set when it could not be executed.
 Value::Map answerTo(const std::string& line, int number, const Calls& calls, bool& malformed) {
   try {
-    const Value parsed = parseLine(line);
+    const Value parsed = lineOf(line);
     const Value result = callOf(parsed, calls).execute(parsed.map());
     return {{"call", *parsed.map().stringAt("call")}, {"result", result}};
   } catch (const std::exception& error) {

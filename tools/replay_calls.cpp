@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "support/json.h"
 #include "tags/event_formats.h"
 #include "vantamo/vantamo.h"
 
@@ -113,6 +114,18 @@ Calls facadeCalls() {
   tags::forEachEvent(
       [&calls](const auto& format) { calls.emplace(format.name, eventCall(format)); });
   return calls;
+}
+
+Value lineOf(const std::string& text) {
+  try {
+    return support::parseJson(text);
+  } catch (const support::JsonError& error) {
+    // It was parsed alone: of the place only the column is of use.
+    const std::string_view reason = error.what();
+    const std::size_t column = reason.find("column ");
+    throw MalformedCall("not JSON: " +
+                        std::string(reason.substr(column == std::string_view::npos ? 0 : column)));
+  }
 }
 
 const Call& callOf(const Value& line, const Calls& calls) {

@@ -36,6 +36,9 @@ using Calls = std::map<std::string_view, Call>;
 /// Every operation of the facade, under its name.
 [[nodiscard]] Calls facadeCalls();
 
+/// One line of a script. Throws MalformedCall when it is not one JSON value.
+[[nodiscard]] Value lineOf(const std::string& text);
+
 /// The call that a script's line names, its members checked. Throws MalformedCall.
 [[nodiscard]] const Call& callOf(const Value& line, const Calls& calls);
 

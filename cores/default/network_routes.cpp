@@ -74,10 +74,20 @@ DumpProgress forEachRouteInterface(std::span<const std::byte> messages, unsigned
   constexpr unsigned anyPort = 0;  // only the kernel answers the request's number
   // The library hands the context on as it is; considerRoute does not change it.
   auto* context = const_cast<OnInterface*>(&onInterface);
-  const int result =
-      mnl_cb_run(messages.data(), messages.size(), sequence, anyPort, &considerRoute, context);
-  if (result == MNL_CB_OK) return DumpProgress::more;
-  return result == MNL_CB_STOP ? DumpProgress::complete : DumpProgress::failed;
+  // One message at a time, because the library takes a length beyond INT_MAX for a small one.
+  while (!messages.empty()) {
+    nlmsghdr header{};
+    if (messages.size() < sizeof header) return DumpProgress::failed;
+    std::memcpy(&header, messages.data(), sizeof header);
+    const std::size_t length = header.nlmsg_len;
+    if (length < sizeof header || length > messages.size()) return DumpProgress::failed;
+    const int result =
+        mnl_cb_run(messages.data(), length, sequence, anyPort, &considerRoute, context);
+    if (result == MNL_CB_STOP) return DumpProgress::complete;
+    if (result < MNL_CB_STOP) return DumpProgress::failed;
+    messages = messages.subspan(std::min<std::size_t>(MNL_ALIGN(length), messages.size()));
+  }
+  return DumpProgress::more;
 }
 
 }  // namespace vantamo::core
