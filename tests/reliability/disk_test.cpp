@@ -35,6 +35,7 @@ TEST_F(ReliabilityTest, AFullDiskLosesNothingAndRepeatsNothing) {
   auto host = start({"--prefix", "insert", "--count", "300", "--pace", "2000", "--flush", "20000"},
                     faults + ",first=60");
   host->waitFor("refused-first");
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
   fs::remove(full);
   const auto inserted = host->wait();
   EXPECT_EQ(inserted["flushed"], 1);
@@ -252,7 +253,7 @@ TEST_F(ReliabilityTest, APowerCutTakesOnlyTheLastMoment) {
     fs::create_directories(cacheHome);
     std::ignore = std::system("sync");
     fs::remove(log_);
-    configure(url, R"(,"RequestTimeoutSeconds":1)");
+    configure(url, R"(,"RequestTimeoutSeconds":1,"RetryBaseSeconds":0.01)");
     const auto host = start({"--prefix", name, "--count", "1000000", "--pace", "1000"});
     host->waitFor("started");
     std::this_thread::sleep_for(std::chrono::milliseconds(loops(2500, 7300)));

@@ -148,16 +148,24 @@ class Host {
     for (int i = 0; i < choices_.cycles; ++i) {
       Vantamo::shutdown();
       if (!Vantamo::startup()) say("failed-startup", i);
+      waitForCalls(calls_ + 10);
     }
     if (choices_.cycles > 0) stop_ = true;
+    // Not earlier: what libcurl and OpenSSL open for a moment while they start can be inherited.
+    while (choices_.children > 0 && vantamo::default_core::stats().delivered == 0) pause();
     std::size_t inherited = inheritedBefore_;
     for (int i = 0; i < choices_.children; ++i) inherited = std::max(inherited, seenByProgram());
     if (choices_.children > 0) say("inherited", inherited - inheritedBefore_);
     if (choices_.forks) {
-      while (calls_ < choices_.threads * choices_.count / 2) std::this_thread::yield();
+      waitForCalls(choices_.threads * choices_.count / 2);
       forkChild();
     }
   }
+
+  void waitForCalls(int count) const {
+    while (calls_ < count) pause();
+  }
+  static void pause() { std::this_thread::sleep_for(microseconds(100)); }
 
   static std::size_t seenByProgram() {
     std::string self = "/proc/self/exe";
