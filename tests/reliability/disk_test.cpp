@@ -159,7 +159,7 @@ TEST_F(ReliabilityTest, ADamagedQueueFileIsSetAsideAndReadAsFarAsPossible) {
        0},
       {"zeros", [](const fs::path& f) { overwrite(f, 0, std::string(fs::file_size(f), '\0')); }, 0},
       {"half of it cut off", [](const fs::path& f) { fs::resize_file(f, fs::file_size(f) / 2); },
-       30},
+       20},
       {"one page of random bytes",
        [](const fs::path& f) {
          overwrite(f, fs::file_size(f) / 4096 / 2 * 4096, randomBytes(4096));
