@@ -32,8 +32,7 @@ TEST_F(ReliabilityTest, AFullDiskLosesNothingAndRepeatsNothing) {
   configure(endpoint.url(), R"(,"RetryBaseSeconds":0.05,"RetryCapSeconds":0.2)");
 
   std::ofstream(full) << "now";
-  auto host = start({"--prefix", "insert", "--count", "300", "--pace", "2000", "--flush", "20000"},
-                    faults + ",first=60");
+  auto host = start("--prefix insert --count 300 --pace 2000 --flush 20000", faults + ",first=60");
   host->waitFor("refused-first");
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
   fs::remove(full);
@@ -44,9 +43,9 @@ TEST_F(ReliabilityTest, AFullDiskLosesNothingAndRepeatsNothing) {
 
   const Port refusing(Port::Kind::refusing);
   configure(refusing.url());
-  run({"--prefix", "delete", "--count", "400", "--flush", "300", "--end", "exit"});
+  run("--prefix delete --count 400 --flush 300 --end exit");
   configure(endpoint.url(), R"(,"RetryBaseSeconds":0.05,"RetryCapSeconds":0.2)");
-  host = start({"--flush", "20000"}, faults);
+  host = start("--flush 20000", faults);
   static_cast<void>(endpoint.wait(302));
   std::this_thread::sleep_for(std::chrono::milliseconds(500));  // a loop would be seen
   const std::size_t repeated = resent(endpoint, 0);
@@ -58,9 +57,7 @@ TEST_F(ReliabilityTest, AFullDiskLosesNothingAndRepeatsNothing) {
   figure("A full disk loses no accepted event and repeats none",
          "it fills up before messages are written, and before delivered ones are removed; space "
          "comes back later",
-         std::to_string(inserted["refused-by-storage"]) + " refused and counted, " +
-             std::to_string(tally.lost) + " of " + std::to_string(tally.accepted) + " lost, " +
-             std::to_string(tally.duplicates) + " sent twice");
+         text(inserted["refused-by-storage"], " refused and counted, ", tally));
 }
 
 TEST_F(ReliabilityTest, ASmallDiskAndAReadOnlyOne) {
@@ -68,11 +65,10 @@ TEST_F(ReliabilityTest, ASmallDiskAndAReadOnlyOne) {
   const Port refusing(Port::Kind::refusing);
   Endpoint endpoint;
   configure(refusing.url());
-  const auto filled =
-      run({"--prefix", "small", "--count", "4000", "--flush", "300", "--end", "exit"});
+  const auto filled = run("--prefix small --count 4000 --flush 300 --end exit");
   EXPECT_GT(filled["refused-by-storage"], 0);
   configure(endpoint.url(), R"(,"RetryBaseSeconds":0.05,"RetryCapSeconds":0.2)");
-  run({"--flush", "1000"});
+  run("--flush 1000");
   const std::size_t arrived = endpoint.wait(0).size();
   const std::size_t repeated = resent(endpoint, 0);
   EXPECT_EQ(repeated, 0U);
@@ -80,15 +76,14 @@ TEST_F(ReliabilityTest, ASmallDiskAndAReadOnlyOne) {
   drain();
   const Tally tally = this->tally(endpoint);
   figure("The same with a real disk", "a queue folder of 1 MiB, which is given more space later",
-         std::to_string(filled["refused-by-storage"]) + " refused and counted, " +
-             std::to_string(arrived) + " of " + std::to_string(tally.accepted) +
-             " delivered while it was full, " + std::to_string(tally.lost) + " lost, " +
-             std::to_string(tally.duplicates) + " sent twice");
+         text(filled["refused-by-storage"], " refused and counted, ", arrived, " of ",
+              tally.accepted, " delivered while it was full, ", tally.lost, " lost, ",
+              tally.duplicates, " sent twice"));
 
   fs::remove(log_);
   ASSERT_TRUE(mount("-o remount,ro", queueRoot()));
   const std::size_t before = endpoint.wait(0).size();
-  const auto result = run({"--prefix", "ro", "--count", "50", "--flush", "20000"});
+  const auto result = run("--prefix ro --count 50 --flush 20000");
   EXPECT_EQ(result["durable"], 0);
   EXPECT_EQ(this->tally(endpoint).accepted, 50U);
   EXPECT_EQ(endpoint.wait(0).size() - before, 50U);
@@ -105,8 +100,8 @@ TEST_F(ReliabilityTest, AWriteThatFailsLosesNothing) {
   for (int i = 0; i < count; ++i) {
     const std::string n = std::to_string(isSoak() ? i + 1 : usually[static_cast<std::size_t>(i)]);
     for (const std::string& until : {n, std::string("1000000")}) {
-      const auto result = run({"--prefix", "e" + n + "-" + until + ".", "--count", "30", "--pace",
-                               "300", "--flush", until == n ? "20000" : "300"},
+      const auto result = run(text("--prefix e", n, "-", until, ". --count 30 --pace 300 --flush ",
+                                   until == n ? "20000" : "300"),
                               "error=5,first=" + n + ",last=" + until);
       refused += result["refused-by-storage"];
       if (until == n) {
@@ -116,12 +111,10 @@ TEST_F(ReliabilityTest, AWriteThatFailsLosesNothing) {
   }
   drain();
   const Tally tally = this->tally(endpoint);
-  figure("A write that fails loses no accepted event",
-         "an input/output error at the n-th write, or from it on, for " + std::to_string(count) +
-             " values of n",
-         std::to_string(refused) + " refused and counted, " + std::to_string(tally.lost) + " of " +
-             std::to_string(tally.accepted) + " lost, " + std::to_string(tally.duplicates) +
-             " sent twice");
+  figure(
+      "A write that fails loses no accepted event",
+      text("an input/output error at the n-th write, or from it on, for ", count, " values of n"),
+      text(refused, " refused and counted, ", tally));
 }
 
 void overwrite(const fs::path& file, std::size_t position, const std::string& bytes) {
@@ -168,8 +161,8 @@ TEST_F(ReliabilityTest, ADamagedQueueFileIsSetAsideAndReadAsFarAsPossible) {
       {"a foreign trigger", &addTrigger, 100}};
   const Port refusing(Port::Kind::refusing);
   configure(refusing.url());
-  run({"--prefix", "old", "--count", "100", "--flush", "300", "--end", "exit"});
-  run({"--flush", "300", "--end", "exit"});  // moves all to the database
+  run("--prefix old --count 100 --flush 300 --end exit");
+  run("--flush 300 --end exit");  // moves all to the database
   const fs::path sound = scratch() / "sound";
   fs::copy(queueRoot(), sound, fs::copy_options::recursive);
   std::string measured;
@@ -181,7 +174,7 @@ TEST_F(ReliabilityTest, ADamagedQueueFileIsSetAsideAndReadAsFarAsPossible) {
     const std::string bytes = contentOf(queueFolder() / "queue.sqlite");
     Endpoint endpoint;
     configure(endpoint.url());
-    EXPECT_EQ(run({"--prefix", "new", "--count", "20", "--flush", "20000"})["flushed"], 1);
+    EXPECT_EQ(run("--prefix new --count 20 --flush 20000")["flushed"], 1);
     EXPECT_EQ(resent(endpoint, 0), 0U);
     const std::size_t saved = endpoint.wait(0).size() - 20;
     EXPECT_GE(saved, damage.leastSaved);
@@ -195,7 +188,7 @@ TEST_F(ReliabilityTest, ADamagedQueueFileIsSetAsideAndReadAsFarAsPossible) {
   }
   figure("A damaged or foreign queue file is kept as it is, and read as far as possible",
          "a file with 100 messages is damaged between two runs; 20 new events are sent each time",
-         "saved of 100: " + measured + "; all new ones delivered");
+         text("saved of 100: ", measured, "; all new ones delivered"));
 }
 
 TEST_F(ReliabilityTest, FilesMayBeErasedWhileInUse) {
@@ -216,8 +209,8 @@ TEST_F(ReliabilityTest, FilesMayBeErasedWhileInUse) {
   for (int round = 0; round < rounds; ++round) {
     for (const auto& [name, files] : cases) {
       SCOPED_TRACE(name);
-      const auto host = start({"--prefix", name + std::to_string(round) + ".", "--count", "200",
-                               "--pace", "500", "--flush", "30000"});
+      const auto host =
+          start(text("--prefix ", name, round, ". --count 200 --pace 500 --flush 30000"));
       static_cast<void>(endpoint.wait(endpoint.wait(0).size() + 30));
       for (const std::string& file : files) fs::remove_all(queueFolder() / file);
       EXPECT_EQ(host->wait()["flushed"], 1);
@@ -226,10 +219,9 @@ TEST_F(ReliabilityTest, FilesMayBeErasedWhileInUse) {
   drain();
   const Tally tally = this->tally(endpoint);
   figure("Files that are erased while in use are made anew from what is open",
-         "database, log, journal, marks, lock, the folder and all folders, " +
-             std::to_string(rounds) + " times each while a host fires",
-         std::to_string(tally.lost) + " of " + std::to_string(tally.accepted) + " lost, " +
-             std::to_string(tally.duplicates) + " sent twice");
+         text("database, log, journal, marks, lock, the folder and all folders, ", rounds,
+              " times each while a host fires"),
+         text(tally));
 }
 
 TEST_F(ReliabilityTest, APowerCutTakesOnlyTheLastMoment) {
@@ -245,16 +237,16 @@ TEST_F(ReliabilityTest, APowerCutTakesOnlyTheLastMoment) {
   const Port refusing(Port::Kind::refusing);
   const Port silent(Port::Kind::silent);
   std::string measured;
-  for (const auto& [name, url] : {std::pair{"answers", endpoint.url()},
-                                  {"refuses", refusing.url()},
-                                  {"is silent", silent.url()}}) {
+  for (const auto& [name, url] : {std::pair{"answering", endpoint.url()},
+                                  {"refusing", refusing.url()},
+                                  {"silent", silent.url()}}) {
     SCOPED_TRACE(name);
     cacheHome = scratch() / "disk-mount" / name;
     fs::create_directories(cacheHome);
     std::ignore = std::system("sync");
     fs::remove(log_);
     configure(url, R"(,"RequestTimeoutSeconds":1,"RetryBaseSeconds":0.01)");
-    const auto host = start({"--prefix", name, "--count", "1000000", "--pace", "1000"});
+    const auto host = start(text("--prefix ", name, " --count 1000000 --pace 1000"));
     host->waitFor("started");
     std::this_thread::sleep_for(std::chrono::milliseconds(loops(2500, 7300)));
     host->signal(SIGSTOP);
@@ -272,18 +264,17 @@ TEST_F(ReliabilityTest, APowerCutTakesOnlyTheLastMoment) {
     std::set<std::string> arrived;
     for (const auto& request : endpoint.wait(0)) arrived.insert(request.key("eid"));
     long window = 0;
+    EXPECT_GT(accepted().size(), 100U);
     for (const auto& [id, time] : accepted()) {
       if (!arrived.contains(id)) window = std::max(window, cut - time);
     }
-    EXPECT_LT(window, 2500000);
-    measured += (measured.empty() ? "the endpoint " : "; it ") + std::string(name) + ": " +
-                milliseconds(window);
+    EXPECT_LT(window, 2000000);
+    measured += text(measured.empty() ? "" : ", ", name, " ", milliseconds(window));
   }
-  figure(
-      "A power cut takes only the last moment's events",
-      "the disk's content is copied while the host fires, and a run on the copy delivers: age of "
-      "the oldest event that is missing (requests end after 1 s)",
-      measured);
+  figure("A power cut takes only the last moment's events",
+         "the disk's content is copied while the host fires, and a run on the copy delivers: age "
+         "of the oldest event that is missing, with an endpoint that is...",
+         measured);
 }
 
 TEST_F(ReliabilityTest, FilesArePrivateAndPlantedOnesAreLeftAlone) {
@@ -294,8 +285,8 @@ TEST_F(ReliabilityTest, FilesArePrivateAndPlantedOnesAreLeftAlone) {
     SCOPED_TRACE(mask);
     fs::remove_all(cacheHome);
     fs::create_directories(cacheHome);
-    const auto host = start({"--umask", std::to_string(mask), "--prefix",
-                             std::to_string(mask) + ".", "--count", "1000000", "--pace", "1000"});
+    const auto host =
+        start(text("--umask ", mask, " --prefix ", mask, ". --count 1000000 --pace 1000"));
     static_cast<void>(endpoint.wait(endpoint.wait(0).size() + 20));
     for (const auto& entry : fs::recursive_directory_iterator(cacheHome)) {
       const auto mode = static_cast<unsigned>(entry.symlink_status().permissions());
@@ -307,7 +298,7 @@ TEST_F(ReliabilityTest, FilesArePrivateAndPlantedOnesAreLeftAlone) {
     drain();
   }
   figure("Files are for their user alone", "umask 000, 077 and 777",
-         "all " + std::to_string(entries) + " files 0600 and folders 0700");
+         text("all ", entries, " files 0600 and folders 0700"));
 
   const fs::path precious = scratch() / "precious";
   int planted = 0;
@@ -322,8 +313,7 @@ TEST_F(ReliabilityTest, FilesArePrivateAndPlantedOnesAreLeftAlone) {
       const auto before = fs::last_write_time(precious);
       if (symbolic) fs::create_symlink(precious, queueFolder() / name);
       if (!symbolic) fs::create_hard_link(precious, queueFolder() / name);
-      const auto result = run(
-          {"--prefix", "l" + std::to_string(planted) + ".", "--count", "10", "--flush", "20000"});
+      const auto result = run(text("--prefix l", planted, ". --count 10 --flush 20000"));
       EXPECT_EQ(result["flushed"], 1);
       EXPECT_EQ(contentOf(precious), "precious");
       EXPECT_EQ(fs::last_write_time(precious), before);
@@ -333,9 +323,8 @@ TEST_F(ReliabilityTest, FilesArePrivateAndPlantedOnesAreLeftAlone) {
   }
   const Tally tally = this->tally(endpoint);
   figure("Links that are planted in the place of files are neither followed nor written",
-         std::to_string(planted) + " symbolic and hard links to a file elsewhere",
-         "that file unchanged; " + std::to_string(tally.lost) + " of " +
-             std::to_string(tally.accepted) + " events lost");
+         text(planted, " symbolic and hard links to a file elsewhere"),
+         text("that file unchanged; ", tally.lost, " of ", tally.accepted, " events lost"));
 }
 
 }  // namespace

@@ -49,8 +49,10 @@ Port::Port(Kind kind) : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   url_ = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/collect";
 }
 
-HostProcess::HostProcess(std::vector<std::string> arguments, std::vector<std::string> environment,
+HostProcess::HostProcess(const std::string& arguments, std::vector<std::string> environment,
                          const std::string& errors) {
+  std::istringstream words(arguments);
+  std::vector<std::string> argv{std::istream_iterator<std::string>(words), {}};
   std::array<int, 2> pipe{};
   if (::pipe2(pipe.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
   posix_spawn_file_actions_t actions{};
@@ -59,7 +61,7 @@ HostProcess::HostProcess(std::vector<std::string> arguments, std::vector<std::st
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errors.c_str(),
                                    O_WRONLY | O_CREAT | O_APPEND, 0600);
   const int failed = posix_spawn(&pid_, VANTAMO_RELIABILITY_HOST, &actions, nullptr,
-                                 pointersTo(arguments).data(), pointersTo(environment).data());
+                                 pointersTo(argv).data(), pointersTo(environment).data());
   posix_spawn_file_actions_destroy(&actions);
   ::close(pipe[1]);
   output_ = ::fdopen(pipe[0], "r");
@@ -100,13 +102,11 @@ void ReliabilityTest::configure(const std::string& url, const std::string& core)
   writeSettings("NQCore", R"({"ApplicationId":"reliability")" + core + "}");
 }
 
-std::unique_ptr<HostProcess> ReliabilityTest::start(Arguments arguments,
+std::unique_ptr<HostProcess> ReliabilityTest::start(const std::string& arguments,
                                                     const std::string& faults) const {
-  Arguments all = {"host", "--bundle", bundle().string(), "--log", log_};
-  all.insert(all.end(), arguments.begin(), arguments.end());
   // A forked child may have threads and leave what the parent's threads had; both is meant.
   return std::make_unique<HostProcess>(
-      all,
+      text("host --bundle ", bundle().string(), " --log ", log_, ' ', arguments),
       environmentWith({"XDG_CACHE_HOME=" + cacheHome.string(), "VANTAMO_FAULTS=" + faults,
                        sanitizerOptions("ASAN_OPTIONS", "detect_leaks=0"),
                        sanitizerOptions("TSAN_OPTIONS", "die_after_fork=0")}),

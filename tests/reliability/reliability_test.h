@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <iomanip>
 #include <iostream>
 #include <map>
 #include <set>
@@ -27,6 +28,13 @@ inline bool isSoak() {
 }
 inline int loops(int usually, int soaking) { return isSoak() ? soaking : usually; }
 
+template <class... Parts>
+std::string text(const Parts&... parts) {
+  std::ostringstream out;
+  (out << ... << parts);
+  return out.str();
+}
+
 /// Tells what was measured, also as a row of a table in the file that VANTAMO_FIGURES names.
 inline void figure(const std::string& promise, const std::string& how,
                    const std::string& measured) {
@@ -37,10 +45,7 @@ inline void figure(const std::string& promise, const std::string& how,
   }
 }
 inline std::string milliseconds(long microseconds) {
-  std::ostringstream text;
-  text.precision(3);
-  text << static_cast<double>(microseconds) / 1000 << " ms";
-  return text.str();
+  return text(std::setprecision(3), static_cast<double>(microseconds) / 1000, " ms");
 }
 
 /// A port of this machine that refuses connections, or accepts them and never answers.
@@ -74,7 +79,7 @@ struct Result {
 /// One process of the host.
 class HostProcess {
  public:
-  HostProcess(std::vector<std::string> arguments, std::vector<std::string> environment,
+  HostProcess(const std::string& arguments, std::vector<std::string> environment,
               const std::string& errors);
   HostProcess(const HostProcess&) = delete;
   HostProcess& operator=(const HostProcess&) = delete;
@@ -101,6 +106,11 @@ struct Tally {
   std::size_t lost = 0;
   std::size_t duplicates = 0;  ///< requests beyond the first for an id
   std::size_t differing = 0;   ///< of these, those with another key or body
+
+  friend std::ostream& operator<<(std::ostream& out, const Tally& tally) {
+    return out << tally.lost << " of " << tally.accepted << " lost, " << tally.duplicates
+               << " sent twice";
+  }
 };
 
 using Endpoint = tools::LocalEndpoint;
@@ -108,8 +118,6 @@ using Endpoint = tools::LocalEndpoint;
 /// A test of the default core by way of a host in processes of its own.
 class ReliabilityTest : public HostTest {
  protected:
-  using Arguments = std::vector<std::string>;
-
   ReliabilityTest() { std::filesystem::create_directories(cacheHome); }
   ~ReliabilityTest() override {
     while (!mounted_.empty()) unmountLast();
@@ -117,16 +125,16 @@ class ReliabilityTest : public HostTest {
 
   /// Where the host posts to; `core`: more items of the core's settings.
   void configure(const std::string& url, const std::string& core = "") const;
-  /// Starts a host; `faults` as faults.cpp has it.
-  [[nodiscard]] std::unique_ptr<HostProcess> start(Arguments arguments,
+  /// Starts a host with these arguments; `faults` as faults.cpp has it.
+  [[nodiscard]] std::unique_ptr<HostProcess> start(const std::string& arguments,
                                                    const std::string& faults = "") const;
   /// The same, to its end.
-  Result run(Arguments arguments, const std::string& faults = "") const {
-    return start(std::move(arguments), faults)->wait();
+  Result run(const std::string& arguments, const std::string& faults = "") const {
+    return start(arguments, faults)->wait();
   }
   /// A run that takes nothing on and waits for delivery of what there is.
   Result drain() const {
-    Result result = run({"--flush", "30000"});
+    Result result = run("--flush 30000");
     EXPECT_EQ(result["flushed"], 1);
     return result;
   }
