@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "cores/default/fork_guard.h"
 #include "cores/default/host_reachability.h"
 #include "cores/default/queue_slot.h"
 #include "cores/default/user_agent.h"
@@ -91,6 +92,7 @@ Delivery& DefaultCore::delivery(const CoreSettings& settings) {
   const platform::MutexLock lock(mutex_);
   used_ = true;
   if (Delivery* made = delivery_) return *made;
+  guardForks();
   curlOptions_->proxies = Proxies::fromEnvironment();
   curlOptions_->certificateFile = options_.certificateFile.value_or("");
   auto made = std::make_unique<Delivery>(Delivery::Parts{

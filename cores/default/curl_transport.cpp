@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "cores/default/curl_wakeup.h"
+#include "cores/default/fork_guard.h"
 #include "cores/default/network_state.h"
 #include "platform/environment.h"
 #include "platform/url_host.h"
@@ -91,12 +92,13 @@ std::string environmentText(std::initializer_list<const char*> names) {
 
 // Process-wide and never undone: the library may be the host's too.
 void initialiseOnce() {
-  static std::once_flag once;
-  std::call_once(once, [] {
-    if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) {
-      throw std::runtime_error("libcurl could not be initialised");
-    }
-  });
+  static bool done = false;
+  const std::scoped_lock lock(libraryStartMutex());
+  if (done) return;
+  if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) {
+    throw std::runtime_error("libcurl could not be initialised");
+  }
+  done = true;
 }
 
 }  // namespace

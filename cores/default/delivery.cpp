@@ -87,21 +87,21 @@ void Delivery::flushQueue() {
 }
 
 void Delivery::post(std::string_view moduleName, std::string body) {
+  const std::size_t size = body.size();
   const auto refuse = [&](Statistics::Refusal refusal) {
     statistics_.refused(refusal);
     const platform::MutexLock lock(logMutex_);
     refusalLog_.log(operation, Clock::now(), [&] {
       return support::withValues("A message of %@ bytes is refused: %@",
-                                 std::to_string(body.size()), nameOf(refusal));
+                                 std::to_string(size), nameOf(refusal));
     });
   };
-  if (body.size() > largestMessage) return refuse(Statistics::Refusal::tooLarge);
+  if (size > largestMessage) return refuse(Statistics::Refusal::tooLarge);
   const auto [queue, number] = queue_.get();
   if (queue == nullptr) {
     refuse(Statistics::Refusal::notRunning);
     throw std::logic_error("a message can be posted only after a module was enabled");
   }
-  const std::size_t size = body.size();
   if (!statistics_.accept(number, size)) {
     refuse(Statistics::Refusal::full);
     throw std::length_error("the queue is full");

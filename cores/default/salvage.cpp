@@ -41,12 +41,19 @@ bool collectFromBothEnds(SQLite::Database& database, const std::string& query,
   return false;
 }
 
+// A file that was cut short is refused whole otherwise, and so is one with a bad entry in its schema.
+void readDespiteDamage(SQLite::Database& database) {
+  sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_DEFENSIVE, 0, nullptr);
+  sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_WRITABLE_SCHEMA, 1, nullptr);
+}
+
 // Whether all rows could be read.
 bool salvageFrom(const std::string& address, int flags, Salvage& salvaged,
                  std::unordered_set<std::string>& seen) {
   try {
     SQLite::Database database(address, flags);
     distrustSchema(database);
+    readDespiteDamage(database);
     // The file is evidence: nothing is moved into it from its log.
     sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     database.exec("PRAGMA locking_mode=EXCLUSIVE; PRAGMA query_only=ON");
