@@ -49,14 +49,15 @@ void forEachHop(std::span<const std::byte> hops, const OnInterface& onInterface)
 }
 
 int considerRoute(const nlmsghdr* message, void* context) {
-  if (message->nlmsg_type != RTM_NEWROUTE ||
-      mnl_nlmsg_get_payload_len(message) < MNL_ALIGN(sizeof(rtmsg))) {
-    return MNL_CB_OK;
-  }
+  constexpr std::size_t headSize = MNL_ALIGN(sizeof(rtmsg));
+  const std::size_t size = mnl_nlmsg_get_payload_len(message);
+  if (message->nlmsg_type != RTM_NEWROUTE || size < headSize) return MNL_CB_OK;
   const auto& route = *static_cast<const rtmsg*>(mnl_nlmsg_get_payload(message));
   if (route.rtm_type != RTN_UNICAST || route.rtm_table == RT_TABLE_LOCAL) return MNL_CB_OK;
   Attributes attributes{};
-  mnl_attr_parse(message, sizeof(rtmsg), &keepAttribute, &attributes);
+  // Not mnl_attr_parse, which rounds the message's length up.
+  mnl_attr_parse_payload(mnl_nlmsg_get_payload_offset(message, headSize), size - headSize,
+                         &keepAttribute, &attributes);
   if (!leadsAway(route, attributes[RTA_DST])) return MNL_CB_OK;
   const auto& onInterface = *static_cast<const OnInterface*>(context);
   const nlattr* interface = attributes[RTA_OIF];

@@ -162,14 +162,15 @@ TEST(HostReachabilityTest, IsRightSoonAfterEveryChangeAndAfterAnOverrun) {
 }
 
 TEST(HostReachabilityTest, WithoutDescriptorsNothingIsCalledUnreachable) {
+  HostReachability watcher("192.0.2.9", [](long long) {});
   rlimit limit{};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-  limit.rlim_cur = 0;
+  const rlim_t before = std::exchange(limit.rlim_cur, 0);
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-  HostReachability watcher("192.0.2.9", [](long long) {});
-  EXPECT_FALSE(watcher.startNotifier());
   EXPECT_EQ(watcher.currentReachabilityStatus(), NQReachability::reachableViaWiFi);
   EXPECT_FALSE(core::statusOfRoutes());
+  limit.rlim_cur = before;
+  EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
 TEST(HostReachabilityTest, ANameThatCannotBeFoundIsNotReachable) {
