@@ -39,10 +39,12 @@ TEST_F(ReliabilityTest, NothingAcceptedIsLostWhenTheProcessIsKilled) {
 
 TEST_F(ReliabilityTest, NoCallWaitsForDiskOrNetwork) {
   const Port silent(Port::Kind::silent);
-  configure(silent.url(), R"(,"RequestTimeoutSeconds":0.3,"RetryBaseSeconds":0.01)");
+  configure(silent.url(),
+            R"(,"RequestTimeoutSeconds":0.3,"RetryBaseSeconds":0.01,"MaxQueuedMessages":100000)");
   const auto result =
       run(text("--threads 2 --count ", loops(1500, 15000), " --pace 2000 --end exit"), "sync=2000");
   EXPECT_GE(result["syncs"], 1);
+  EXPECT_EQ(result["accepted"], 2 * loops(1500, 15000));
   // Who waits for the disk waits for most of 2 s; a busy machine may hold a thread up for less.
   EXPECT_LT(result["longest-us"], 1000000);
   EXPECT_LT(result["median-us"], sanitized ? 5000 : 1000);
@@ -106,7 +108,8 @@ TEST_F(ReliabilityTest, ClocksMayJumpAndAnIdleLibraryDoesNothing) {
     const auto result =
         run(text("--count 20 --flush ", online ? 20000 : 300, " --idle ", duration));
     EXPECT_LT(result["idle-cpu-us"], duration * 10);  // 1 %
-    EXPECT_LT(result["idle-wakeups"], 10 + duration / 1000);
+    // A sanitizer has a thread of its own, which wakes up.
+    if (!sanitized) EXPECT_LT(result["idle-wakeups"], 10 + duration / 1000);
     measured += text(online ? "online " : "; offline ", milliseconds(result["idle-cpu-us"]),
                      " of processor time, ", result["idle-wakeups"], " wake-ups");
   }

@@ -77,8 +77,7 @@ TEST_F(ReliabilityTest, ASmallDiskAndAReadOnlyOne) {
   const Tally tally = this->tally(endpoint);
   figure("The same with a real disk", "a queue folder of 1 MiB, which is given more space later",
          text(filled["refused-by-storage"], " refused and counted, ", arrived, " of ",
-              tally.accepted, " delivered while it was full, ", tally.lost, " lost, ",
-              tally.duplicates, " sent twice"));
+              tally.accepted, " delivered while it was full, ", tally));
 
   fs::remove(log_);
   ASSERT_TRUE(mount("-o remount,ro", queueRoot()));
@@ -184,7 +183,7 @@ TEST_F(ReliabilityTest, ADamagedQueueFileIsSetAsideAndReadAsFarAsPossible) {
       kept = kept || (aside && contentOf(entry.path()) == bytes);
     }
     EXPECT_TRUE(kept);
-    measured += (measured.empty() ? "" : "; ") + damage.name + ": " + std::to_string(saved);
+    measured += text(measured.empty() ? "" : "; ", damage.name, ": ", saved);
   }
   figure("A damaged or foreign queue file is kept as it is, and read as far as possible",
          "a file with 100 messages is damaged between two runs; 20 new events are sent each time",
@@ -324,7 +323,7 @@ TEST_F(ReliabilityTest, FilesArePrivateAndPlantedOnesAreLeftAlone) {
   const Tally tally = this->tally(endpoint);
   figure("Links that are planted in the place of files are neither followed nor written",
          text(planted, " symbolic and hard links to a file elsewhere"),
-         text("that file unchanged; ", tally.lost, " of ", tally.accepted, " events lost"));
+         text("that file unchanged; ", tally));
 }
 
 }  // namespace

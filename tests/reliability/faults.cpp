@@ -96,7 +96,6 @@ int dawdle(long call, int fd) {
 }  // namespace
 
 long vantamo::test::syncCount() { return syncs; }
-long vantamo::test::writeCount() { return writes; }
 
 extern "C" {
 

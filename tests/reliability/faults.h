@@ -2,8 +2,7 @@
 
 namespace vantamo::test {
 
-/// How often this program has waited for the disk, and written below a queue folder.
+/// How often this program has waited for the disk.
 [[nodiscard]] long syncCount();
-[[nodiscard]] long writeCount();
 
 }  // namespace vantamo::test

@@ -29,11 +29,6 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   return pointers;
 }
 
-std::string sanitizerOptions(const char* name, const std::string& more) {
-  const char* set = std::getenv(name);
-  return std::string(name) + "=" + (set == nullptr ? "" : set + std::string(":")) + more;
-}
-
 }  // namespace
 
 Port::Port(Kind kind) : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -104,12 +99,9 @@ void ReliabilityTest::configure(const std::string& url, const std::string& core)
 
 std::unique_ptr<HostProcess> ReliabilityTest::start(const std::string& arguments,
                                                     const std::string& faults) const {
-  // A forked child may have threads and leave what the parent's threads had; both is meant.
   return std::make_unique<HostProcess>(
       text("host --bundle ", bundle().string(), " --log ", log_, ' ', arguments),
-      environmentWith({"XDG_CACHE_HOME=" + cacheHome.string(), "VANTAMO_FAULTS=" + faults,
-                       sanitizerOptions("ASAN_OPTIONS", "detect_leaks=0"),
-                       sanitizerOptions("TSAN_OPTIONS", "die_after_fork=0")}),
+      environmentWith({"XDG_CACHE_HOME=" + cacheHome.string(), "VANTAMO_FAULTS=" + faults}),
       errors_);
 }
 
