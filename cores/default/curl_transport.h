@@ -30,8 +30,8 @@ struct CurlOptions {
 };
 
 /// HTTP and HTTPS through libcurl: one connection kept alive, certificates verified, redirects not
-/// followed, no signals. Of a response only the status and two headers are looked at: a body is read
-/// up to a bound and thrown away, and never unpacked.
+/// followed, no signals. Of a response only the status and two headers are looked at: a body is
+/// read up to a bound and thrown away, and never unpacked.
 class CurlTransport final : public default_core::Transport {
  public:
   /// Throws std::exception when libcurl cannot be used.
@@ -40,6 +40,9 @@ class CurlTransport final : public default_core::Transport {
 
   [[nodiscard]] default_core::HttpResponse post(const default_core::HttpRequest& request) override;
   void interrupt() noexcept override;
+  /// Connects to the URL's host, with TLS where the URL wants it, and sends no request. Why that is
+  /// not possible; "" when it is.
+  [[nodiscard]] std::string connect(const std::string& url);
 
  private:
   struct Handles;
