@@ -14,12 +14,6 @@ constexpr std::size_t readAheadMessages = 64;
 constexpr std::size_t readAheadBytes = 128UL * 1024;
 constexpr auto lookEvery = std::chrono::seconds(30);
 
-bool holdsMessages(const platform::PrivateFolder& folder) {
-  const auto names = folder.names();
-  return std::ranges::find(names, QueueStore::fileName) != names.end() ||
-         !Journal::segmentsIn(folder).empty();
-}
-
 // Removes the files that `spares` does not hold back; whether all of them are gone.
 template <class Spares>
 bool removeFiles(const platform::PrivateFolder& folder, Spares spares) {
@@ -139,8 +133,8 @@ void DurableQueue::restoreFiles() {
 }
 
 void DurableQueue::importJournal() {
-  const auto added = spool().import(journal_.current(), journal_.run(), imported_,
-                                    journal_.written());
+  const auto added =
+      spool().import(journal_.current(), journal_.run(), imported_, journal_.written());
   imported_ = added.position;
   counted_.messages += added.messages;
   counted_.bytes += added.bytes;
@@ -176,14 +170,15 @@ void DurableQueue::adoptOrphans() {
 }
 
 void DurableQueue::adopt(const QueueSlot& orphan) {
-  if (holdsMessages(orphan.folder())) {
+  if (Spool::holdsMessages(orphan.folder())) {
     recount_ = true;
     Spool files(orphan.folder(), 0);
     copyMessages(files, 0, spool());
   }
   const auto isKept = [](const std::string& file) { return isLock(file) || isAside(file); };
   const bool emptied = removeFiles(orphan.folder(), isKept);
-  if (emptied && orphan.folder().names().size() == 1 && orphan.folder().remove(QueueSlot::lockName)) {
+  if (emptied && orphan.folder().names().size() == 1 &&
+      orphan.folder().remove(QueueSlot::lockName)) {
     application_.remove(orphan.name());
   }
 }
@@ -237,8 +232,7 @@ void DurableQueue::delivered() {
 std::size_t DurableQueue::bury(int status, std::string_view reason, std::int64_t now,
                                std::size_t keep) {
   try {
-    const std::size_t dropped =
-        spool().store().bury(ahead_[next_], status, reason, now, keep);
+    const std::size_t dropped = spool().store().bury(ahead_[next_], status, reason, now, keep);
     advance();
     counted_.deadLetters += 1 - dropped;
     return dropped;
@@ -285,13 +279,12 @@ bool DurableQueue::erase(QueueChange& change) {
   spool_.reset();
   forgetAhead();
   const std::string live = journal_.current().name;
-  bool all = removeFiles(slot_->folder(), [&live](const std::string& name) {
-    return isLock(name) || name == live;
-  });
+  bool all = removeFiles(slot_->folder(),
+                         [&live](const std::string& name) { return isLock(name) || name == live; });
   for (const std::string& name : QueueSlot::namesIn(application_)) {
     if (name == slot_->name()) continue;
     const auto orphan = QueueSlot::tryAcquire(application_, name);
-    all = orphan && removeFiles(orphan->folder(), &isLock) && all;
+    all = orphan && orphan->erase() && all;
   }
   return all;
 }

@@ -42,6 +42,12 @@ std::size_t sizeOf(const platform::UniqueFd& file) {
 
 }  // namespace
 
+bool Spool::holdsMessages(const platform::PrivateFolder& folder) {
+  const auto names = folder.names();
+  return std::ranges::find(names, QueueStore::fileName) != names.end() ||
+         !Journal::segmentsIn(folder).empty();
+}
+
 std::string Spool::setDatabaseAside(const platform::PrivateFolder& folder) {
   const std::string name = QueueStore::fileName;
   std::string aside = folder.setAside(name);
@@ -84,7 +90,8 @@ void Spool::openStore(const platform::PrivateFolder& folder, std::string aside) 
 void Spool::importLeftSegments(const platform::PrivateFolder& folder, std::uint64_t live) {
   for (const std::string& name : Journal::segmentsIn(folder)) {
     Journal::Segment segment{0, name, folder.open(name).fd};
-    const JournalHeader header = readJournalHeader(readAt(segment.file.get(), 0, journalHeaderSize));
+    const JournalHeader header =
+        readJournalHeader(readAt(segment.file.get(), 0, journalHeaderSize));
     segment.id = header.segment;
     if (segment.id == live && live != 0) continue;
     const std::size_t end = sizeOf(segment.file);
