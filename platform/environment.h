@@ -6,4 +6,7 @@ namespace vantamo::platform {
 /// environment is not trusted and every name is absent.
 [[nodiscard]] const char* environmentVariable(const char* name) noexcept;
 
+/// Whether the process has rights that whoever started it may lack (set-user-id and the like).
+[[nodiscard]] bool isPrivilegedProcess() noexcept;
+
 }  // namespace vantamo::platform

@@ -1,48 +1,159 @@
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
 #include <iostream>
+#include <memory>
 
+#include "platform/environment.h"
+#include "tools/doctor.h"
+#include "tools/queue_command.h"
 #include "tools/replay.h"
 
 namespace {
 
+using namespace vantamo::tools;
+
 constexpr int usageError = 2;
+
+// What the command line asks for; answers the program's exit status.
+using Job = std::function<int()>;
 
 std::string checkSeconds(const std::string& text) {
   double seconds = -1;
   const bool isNumber = CLI::detail::lexical_cast(text, seconds);
-  return isNumber && vantamo::tools::isWaitingTime(seconds)
+  return isNumber && isWaitingTime(seconds)
              ? std::string()
              : "SECONDS must be a number from 0 to 1000000, not " + text;
 }
 
-int run(int argc, char** argv) {
-  CLI::App app("Drives the Vantamo library without writing C++.", "vantamo");
-  app.require_subcommand(1);
-
-  vantamo::tools::ReplayOptions options;
+void addReplay(CLI::App& app, Job& job) {
   CLI::App* replay = app.add_subcommand(
       "replay",
       "Reads a script of library calls, one JSON object a line, and answers each on standard "
       "output.\nExit status: 0 all well-formed and delivered, 1 a malformed line, 2 a usage error "
       "or an unreadable bundle, 3 messages left for the next run.");
-  replay->add_option("--bundle", options.bundle,
+  const auto options = std::make_shared<ReplayOptions>();
+  replay->add_option("--bundle", options->bundle,
                      "The application's main bundle: the folder of VTMod.bundle and NQCore.bundle "
                      "(default: the folder of this program)");
   replay
-      ->add_option("--drain", options.drainSeconds,
+      ->add_option("--drain", options->drainSeconds,
                    "How long to wait for delivery at the end of the script")
       ->check(CLI::Validator(checkSeconds, "SECONDS"))
       ->capture_default_str();
-  replay->add_option("script", options.script, "The script; - for standard input (default)");
+  replay->add_option("script", options->script, "The script; - for standard input (default)");
+  replay->callback([&job, options] {
+    job = [options] { return vantamo::tools::replay(*options, std::cin, std::cout); };
+  });
+}
 
+struct QueueCommandText {
+  QueueAction action;
+  const char* name;
+  const char* description;
+};
+
+constexpr std::array<QueueCommandText, 5> queueCommands{{
+    {QueueAction::list, "list",
+     "Shows the queued messages, oldest first: id, time of acceptance (UTC), bytes, module."},
+    {QueueAction::dead, "dead",
+     "Shows the dead letters, which the endpoint has refused for good: id, status, reason, times "
+     "of "
+     "acceptance and refusal (UTC), bytes, module."},
+    {QueueAction::replay, "replay",
+     "Puts dead letters back into the queue, behind what waits, and shows their ids. The "
+     "application's next run sends them."},
+    {QueueAction::purge, "purge", "Erases dead letters and shows their ids."},
+    {QueueAction::erase, "erase",
+     "Erases every message, dead letter and file set aside, and shows the folders. The visitor's "
+     "id "
+     "is kept elsewhere."},
+}};
+
+void addQueueCommand(CLI::App& queue, const QueueCommandText& text, Job& job) {
+  CLI::App* command = queue.add_subcommand(text.name, text.description);
+  const auto options = std::make_shared<QueueOptions>();
+  command
+      ->add_option("dir", options->folder,
+                   "The application's queue folder, <caches>/NQCore/<application>")
+      ->required();
+  command->add_flag("--json", options->json,
+                    "One JSON object a line, in place of fields with tabs between them");
+  if (text.action == QueueAction::list || text.action == QueueAction::dead) {
+    command->add_flag("--bodies", options->bodies, "Show the bodies too");
+  } else if (text.action == QueueAction::erase) {
+    command->add_flag("--yes", options->confirmed, "Do it; without this nothing is erased");
+  } else {
+    command->add_option("id", options->ids, "Of which dead letters (default: all)");
+  }
+  command->callback([&job, options, action = text.action] {
+    job = [options, action] { return runOnQueue(action, *options, std::cout, std::cerr); };
+  });
+}
+
+void addQueue(CLI::App& app, Job& job) {
+  CLI::App* queue = app.add_subcommand(
+      "queue",
+      "Looks into the queue of an application that does not run, and changes it.\nExit status: 0 "
+      "done, 1 a folder could not be read or changed or an id was not found, 2 a usage error or no "
+      "queue folder, 3 a folder in the queue belongs to a running process (the others are done).");
+  queue->require_subcommand(1);
+  for (const QueueCommandText& text : queueCommands) addQueueCommand(*queue, text, job);
+}
+
+// As users expect it: not in files and pipes, and not where they have said no.
+bool wantsColours() {
+  const char* refusal = vantamo::platform::environmentVariable("NO_COLOR");
+  return ::isatty(STDOUT_FILENO) != 0 && (refusal == nullptr || *refusal == '\0');
+}
+
+void addDoctor(CLI::App& app, Job& job) {
+  CLI::App* doctor = app.add_subcommand(
+      "doctor",
+      "Checks settings, queue folder, the endpoint's name and connection, and the clock: a line "
+      "each, with ok, warn or FAIL. Nothing is sent.\nExit status: 0 nothing has failed, 1 "
+      "something has, 2 a usage error.");
+  const auto options = std::make_shared<DoctorOptions>();
+  doctor
+      ->add_option("--bundle", options->bundle,
+                   "The application's main bundle: the folder of VTMod.bundle and NQCore.bundle")
+      ->required();
+  doctor
+      ->add_option("--application", options->application,
+                   "The file name of the application's executable, which names its queue folder "
+                   "when NQCore.bundle has no ApplicationId (default: any folder is tried)")
+      ->check([](const std::string& name) {
+        const bool isName =
+            !name.empty() && name.find('/') == std::string::npos && name != "." && name != "..";
+        return isName ? std::string() : "must be a file name, not " + name;
+      });
+  doctor->add_option("--certificates", options->certificates,
+                     "A PEM file of the authorities that the application trusts (default: the "
+                     "system's)");
+  doctor->callback([&job, options] {
+    options->colours = wantsColours();
+    job = [options] { return examine(*options, std::cout); };
+  });
+}
+
+int run(int argc, char** argv) {
+  CLI::App app("Drives the Vantamo library, and examines what it has left, without writing C++.",
+               "vantamo");
+  app.require_subcommand(1);
+  Job job;
+  addReplay(app, job);
+  addQueue(app, job);
+  addDoctor(app, job);
   try {
     app.parse(argc, argv);
-    return vantamo::tools::replay(options, std::cin, std::cout);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : usageError;
   }
+  const int status = job();
+  if (!std::cout.flush()) throw std::runtime_error("standard output cannot be written");
+  return status;
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdlib>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -95,6 +97,11 @@ void initialiseOnce() {
   static bool done = false;
   const std::scoped_lock lock(libraryStartMutex());
   if (done) return;
+  // libcurl would write the keys of its connections to any file that this names, whoever asks.
+  const char* keyLog = std::getenv("SSLKEYLOGFILE");  // NOLINT(concurrency-mt-unsafe): as libcurl
+  if (keyLog != nullptr && platform::isPrivilegedProcess()) {
+    throw std::runtime_error("SSLKEYLOGFILE is set in a privileged process");
+  }
   if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) {
     throw std::runtime_error("libcurl could not be initialised");
   }
@@ -129,6 +136,29 @@ struct CurlTransport::Handles {
     if (code != CURLE_OK) throw std::runtime_error(curl_easy_strerror(code));
   }
 
+  // What holds for everything that goes to an endpoint.
+  void prepare(const std::string& url, const CurlOptions& options) {
+    curl_easy_reset(easy);  // keeps the connection
+    error.front() = '\0';
+    set(CURLOPT_ERRORBUFFER, error.data());
+    set(CURLOPT_URL, url.c_str());
+    set(CURLOPT_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_FOLLOWLOCATION, 0L);
+    set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    set(CURLOPT_HTTP09_ALLOWED, 0L);
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_QUICK_EXIT, 1L);
+    set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
+    set(CURLOPT_SSL_VERIFYPEER, 1L);
+    set(CURLOPT_SSL_VERIFYHOST, 2L);
+    if (!options.certificateFile.empty()) {
+      set(CURLOPT_CAINFO, options.certificateFile.c_str());
+      set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    }
+    setLimits(options);
+    chooseProxy(url, options.proxies);
+  }
+
   // The environment's proxies are honoured as users expect, but never for this machine itself.
   void chooseProxy(const std::string& url, const Proxies& proxies) {
     const bool direct = isLoopbackHost(platform::urlHost(url).value_or(""));
@@ -148,6 +178,33 @@ struct CurlTransport::Handles {
     set(CURLOPT_LOW_SPEED_LIMIT, leastBytesPerSecond);
     set(CURLOPT_LOW_SPEED_TIME, std::max(1L, milliseconds(options.requestTimeout) / 2000));
   }
+
+  // Does what was prepared, until it is done or `interrupted`.
+  [[nodiscard]] CURLcode perform(const std::atomic<bool>& interrupted) const {
+    if (curl_multi_add_handle(multi, easy) != CURLM_OK) return CURLE_FAILED_INIT;
+    CURLcode code = CURLE_ABORTED_BY_CALLBACK;
+    for (int running = 1; running > 0 && !interrupted;) {
+      if (curl_multi_perform(multi, &running) != CURLM_OK) break;
+      int left = 0;
+      if (const CURLMsg* done = curl_multi_info_read(multi, &left)) {
+        code = done->data.result;
+      } else if (running > 0) {
+        curl_multi_poll(multi, nullptr, 0, 1000, nullptr);
+      }
+    }
+    curl_multi_remove_handle(multi, easy);
+    return code;
+  }
+
+  // Why it failed. A server's certificate may put words into it.
+  [[nodiscard]] std::string problem(CURLcode code) const {
+    std::string text = error.front() != '\0' ? error.data() : curl_easy_strerror(code);
+    std::ranges::replace_if(
+        text, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, '?');
+    return text;
+  }
+
+  std::array<char, CURL_ERROR_SIZE> error{};
 };
 
 CurlTransport::CurlTransport(std::shared_ptr<const CurlOptions> options)
@@ -160,25 +217,20 @@ void CurlTransport::interrupt() noexcept {
   curl_multi_wakeup(handles_->multi);
 }
 
+std::string CurlTransport::connect(const std::string& url) {
+  Handles& handles = *handles_;
+  handles.prepare(url, *options_);
+  handles.set(CURLOPT_CONNECT_ONLY, 1L);
+  interrupted_ = false;
+  const CURLcode code = handles.perform(interrupted_);
+  return code == CURLE_OK ? std::string() : handles.problem(code);
+}
+
 default_core::HttpResponse CurlTransport::post(const default_core::HttpRequest& request) {
   Handles& handles = *handles_;
   const Slist headers = headerList(request);
   Answer answer;
-  curl_easy_reset(handles.easy);  // keeps the connection
-  handles.set(CURLOPT_URL, request.url.c_str());
-  handles.set(CURLOPT_PROTOCOLS_STR, "http,https");
-  handles.set(CURLOPT_FOLLOWLOCATION, 0L);
-  handles.set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-  handles.set(CURLOPT_HTTP09_ALLOWED, 0L);
-  handles.set(CURLOPT_NOSIGNAL, 1L);
-  handles.set(CURLOPT_QUICK_EXIT, 1L);
-  handles.set(CURLOPT_SSL_VERIFYPEER, 1L);
-  handles.set(CURLOPT_SSL_VERIFYHOST, 2L);
-  if (!options_->certificateFile.empty()) {
-    handles.set(CURLOPT_CAINFO, options_->certificateFile.c_str());
-    handles.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
-  }
-  handles.setLimits(*options_);
+  handles.prepare(request.url, *options_);
   handles.set(CURLOPT_POST, 1L);
   handles.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
   handles.set(CURLOPT_POSTFIELDS, request.body.data());
@@ -187,24 +239,8 @@ default_core::HttpResponse CurlTransport::post(const default_core::HttpRequest& 
   handles.set(CURLOPT_HEADERDATA, &answer);
   handles.set(CURLOPT_WRITEFUNCTION, &discard);
   handles.set(CURLOPT_WRITEDATA, &answer);
-  handles.set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
-  handles.chooseProxy(request.url, options_->proxies);
-
   interrupted_ = false;
-  if (curl_multi_add_handle(handles.multi, handles.easy) != CURLM_OK) {
-    return {0, "the request could not be begun", {}, {}};
-  }
-  CURLcode code = CURLE_ABORTED_BY_CALLBACK;
-  for (int running = 1; running > 0 && !interrupted_;) {
-    if (curl_multi_perform(handles.multi, &running) != CURLM_OK) break;
-    int left = 0;
-    if (const CURLMsg* done = curl_multi_info_read(handles.multi, &left)) {
-      code = done->data.result;
-    } else if (running > 0) {
-      curl_multi_poll(handles.multi, nullptr, 0, 1000, nullptr);
-    }
-  }
-  curl_multi_remove_handle(handles.multi, handles.easy);
+  const CURLcode code = handles.perform(interrupted_);
   // The status is the answer. What becomes of the body after it is of no interest: a broken one
   // must not bring a message back that the endpoint has taken.
   long status = 0;
@@ -212,7 +248,7 @@ default_core::HttpResponse CurlTransport::post(const default_core::HttpRequest& 
   if (status >= 200) {
     return {static_cast<int>(status), {}, std::move(answer.retryAfter), std::move(answer.date)};
   }
-  return {0, code == CURLE_OK ? "no final answer" : curl_easy_strerror(code), {}, {}};
+  return {0, code == CURLE_OK ? "no final answer" : handles.problem(code), {}, {}};
 }
 
 }  // namespace vantamo::core

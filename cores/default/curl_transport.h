@@ -40,6 +40,9 @@ class CurlTransport final : public default_core::Transport {
 
   [[nodiscard]] default_core::HttpResponse post(const default_core::HttpRequest& request) override;
   void interrupt() noexcept override;
+  /// Connects to the URL's host, with TLS where the URL wants it, and sends no request. Why that is
+  /// not possible; "" when it is.
+  [[nodiscard]] std::string connect(const std::string& url);
 
  private:
   struct Handles;

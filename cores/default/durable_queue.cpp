@@ -15,12 +15,6 @@ constexpr std::size_t readAheadBytes = 128UL * 1024;
 constexpr auto lookEvery = std::chrono::seconds(30);
 constexpr auto checkEvery = std::chrono::seconds(1);
 
-bool holdsMessages(const platform::PrivateFolder& folder) {
-  const auto names = folder.names();
-  return std::ranges::find(names, QueueStore::fileName) != names.end() ||
-         !Journal::segmentsIn(folder).empty();
-}
-
 // Removes the files that `spares` does not hold back; whether all of them are gone.
 template <class Spares>
 bool removeFiles(const platform::PrivateFolder& folder, Spares spares) {
@@ -193,7 +187,7 @@ void DurableQueue::adoptOrphans() {
 }
 
 void DurableQueue::adopt(const QueueSlot& orphan) {
-  if (holdsMessages(orphan.folder())) {
+  if (Spool::holdsMessages(orphan.folder())) {
     recount_ = true;
     Spool files(orphan.folder(), 0);
     copyMessages(files, 0, spool());
@@ -311,7 +305,7 @@ bool DurableQueue::erase(QueueChange& change) {
   for (const std::string& name : QueueSlot::namesIn(application_)) {
     if (name == slot_->name()) continue;
     const auto orphan = QueueSlot::tryAcquire(application_, name);
-    all = orphan && removeFiles(orphan->folder(), &isLock) && all;
+    all = orphan && orphan->erase() && all;
   }
   return all;
 }

@@ -67,12 +67,22 @@ QueueSlot QueueSlot::acquire(const platform::PrivateFolder& application) {
   throw std::runtime_error(application.path() + ": all queue folders are in use");
 }
 
+bool QueueSlot::isName(const std::string& name) {
+  return name.size() <= 2 && name.find_first_not_of("0123456789") == std::string::npos;
+}
+
 std::vector<std::string> QueueSlot::namesIn(const platform::PrivateFolder& application) {
   std::vector<std::string> names = application.names();
-  std::erase_if(names, [](const std::string& name) {
-    return name.size() > 2 || name.find_first_not_of("0123456789") != std::string::npos;
-  });
+  std::erase_if(names, [](const std::string& name) { return !isName(name); });
   return names;
+}
+
+bool QueueSlot::erase() const {
+  bool all = true;
+  for (const std::string& name : folder_.names()) {
+    if (name != lockName) all = folder_.remove(name) && all;
+  }
+  return all;
 }
 
 bool QueueSlot::isInPlace() const noexcept {

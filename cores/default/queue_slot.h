@@ -20,6 +20,8 @@ class QueueSlot {
   /// The folder `name`, or nothing when somebody owns it. Throws when it cannot be used.
   static std::optional<QueueSlot> tryAcquire(const platform::PrivateFolder& application,
                                              const std::string& name);
+  /// Whether a folder of the application's with this name is one of them.
+  [[nodiscard]] static bool isName(const std::string& name);
   /// The names of the folders that are there.
   static std::vector<std::string> namesIn(const platform::PrivateFolder& application);
   /// In a forked child: gives up what the parent owns, in the child alone. Async-signal-safe.
@@ -32,6 +34,8 @@ class QueueSlot {
 
   [[nodiscard]] const platform::PrivateFolder& folder() const { return folder_; }
   [[nodiscard]] const std::string& name() const { return name_; }
+  /// Erases all that is in the folder but the lock; whether all of it is gone.
+  [[nodiscard]] bool erase() const;
   /// Whether folder and lock have their names still.
   [[nodiscard]] bool isInPlace() const noexcept;
 

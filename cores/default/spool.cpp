@@ -42,6 +42,12 @@ std::size_t sizeOf(const platform::UniqueFd& file) {
 
 }  // namespace
 
+bool Spool::holdsMessages(const platform::PrivateFolder& folder) {
+  const auto names = folder.names();
+  return std::ranges::find(names, QueueStore::fileName) != names.end() ||
+         !Journal::segmentsIn(folder).empty();
+}
+
 std::string Spool::setDatabaseAside(const platform::PrivateFolder& folder) {
   const std::string name = QueueStore::fileName;
   std::string aside = folder.setAside(name);

@@ -27,6 +27,8 @@ class Spool {
   /// set aside, to be read too.
   Spool(const platform::PrivateFolder& folder, std::uint64_t live, std::string aside = {});
 
+  /// Whether there is a database or a segment to open; opening makes what is missing.
+  [[nodiscard]] static bool holdsMessages(const platform::PrivateFolder& folder);
   /// Renames the database with what stands beside it; answers its new name.
   static std::string setDatabaseAside(const platform::PrivateFolder& folder);
 
