@@ -41,6 +41,8 @@ class PrivateFolder {
   void rename(const std::string& from, const std::string& to) const;
   /// False when it is there still.
   bool remove(const std::string& name) const noexcept;
+  /// Waits until the disk has the names in it.
+  void sync() const;
   /// Whether both are one folder.
   [[nodiscard]] bool isSameAs(const PrivateFolder& other) const noexcept;
   /// Whether the path leads here still.

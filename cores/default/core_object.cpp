@@ -114,6 +114,7 @@ Delivery& DefaultCore::delivery(const CoreSettings& settings) {
       }});
   made->setCallback(callback_);
   delivery_ = made.release();
+  curlOptions_->meanwhile = [delivery = delivery_.load()] { delivery->secure(); };
   deliveryOfProcess = delivery_.load();
   std::atexit(&endWithProcess);
   return *delivery_;

@@ -180,7 +180,11 @@ struct CurlTransport::Handles {
   }
 
   // Does what was prepared, until it is done or `interrupted`.
-  [[nodiscard]] CURLcode perform(const std::atomic<bool>& interrupted) const {
+  [[nodiscard]] CURLcode perform(const std::atomic<bool>& interrupted,
+                                 const std::function<void()>& meanwhile) const {
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::seconds pause{1};
+    auto next = Clock::now() + pause;
     if (curl_multi_add_handle(multi, easy) != CURLM_OK) return CURLE_FAILED_INIT;
     CURLcode code = CURLE_ABORTED_BY_CALLBACK;
     for (int running = 1; running > 0 && !interrupted;) {
@@ -190,6 +194,10 @@ struct CurlTransport::Handles {
         code = done->data.result;
       } else if (running > 0) {
         curl_multi_poll(multi, nullptr, 0, 1000, nullptr);
+      }
+      if (running > 0 && meanwhile && Clock::now() >= next) {
+        meanwhile();
+        next = Clock::now() + pause;
       }
     }
     curl_multi_remove_handle(multi, easy);
@@ -222,7 +230,7 @@ std::string CurlTransport::connect(const std::string& url) {
   handles.prepare(url, *options_);
   handles.set(CURLOPT_CONNECT_ONLY, 1L);
   interrupted_ = false;
-  const CURLcode code = handles.perform(interrupted_);
+  const CURLcode code = handles.perform(interrupted_, {});
   return code == CURLE_OK ? std::string() : handles.problem(code);
 }
 
@@ -240,7 +248,7 @@ default_core::HttpResponse CurlTransport::post(const default_core::HttpRequest& 
   handles.set(CURLOPT_WRITEFUNCTION, &discard);
   handles.set(CURLOPT_WRITEDATA, &answer);
   interrupted_ = false;
-  const CURLcode code = handles.perform(interrupted_);
+  const CURLcode code = handles.perform(interrupted_, options_->meanwhile);
   // The status is the answer. What becomes of the body after it is of no interest: a broken one
   // must not bring a message back that the endpoint has taken.
   long status = 0;

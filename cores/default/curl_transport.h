@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -27,6 +28,8 @@ struct CurlOptions {
   Proxies proxies;
   /// A PEM file; "" for the system's authorities.
   std::string certificateFile;
+  /// Called about once a second while a request waits for its answer; throws nothing.
+  std::function<void()> meanwhile;
 };
 
 /// HTTP and HTTPS through libcurl: one connection kept alive, certificates verified, redirects not

@@ -92,8 +92,8 @@ void Delivery::post(std::string_view moduleName, std::string body) {
     statistics_.refused(refusal);
     const platform::MutexLock lock(logMutex_);
     refusalLog_.log(operation, Clock::now(), [&] {
-      return support::withValues("A message of %@ bytes is refused: %@",
-                                 std::to_string(size), nameOf(refusal));
+      return support::withValues("A message of %@ bytes is refused: %@", std::to_string(size),
+                                 nameOf(refusal));
     });
   };
   if (size > largestMessage) return refuse(Statistics::Refusal::tooLarge);
@@ -218,6 +218,14 @@ void Delivery::open() {
 }
 
 // --- The sending thread
+
+void Delivery::secure() noexcept {
+  try {
+    if (const auto queue = queue_.get().queue) queue->secure();
+  } catch (const std::exception&) {  // what cannot be secured now is stored after the request
+    return;
+  }
+}
 
 void Delivery::run() {
   thread_ = std::this_thread::get_id();

@@ -79,6 +79,10 @@ class Delivery {
   /// way if that is wanted. False when the deadline came first, or the task has thrown.
   bool perform(Task task, Clock::time_point deadline, Urgency urgency);
 
+  /// Makes what was posted survive a power cut. For the sending thread, in a request of its own;
+  /// waits for the disk.
+  void secure() noexcept;
+
   /// The process ends: ends the thread for good, waiting at most that long.
   void stopForExit(std::chrono::milliseconds limit);
 

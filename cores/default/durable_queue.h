@@ -33,6 +33,7 @@ class DurableQueue final : public MessageQueue {
   [[nodiscard]] bool durable() const noexcept override { return true; }
 
   [[nodiscard]] QueueChange takeIn() override;
+  void secure() override { journal_.sync(slot_->folder()); }
   [[nodiscard]] const QueuedMessage* front() override;
   void delivered() override;
   std::size_t bury(int status, std::string_view reason, std::int64_t now,

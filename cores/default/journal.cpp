@@ -95,11 +95,22 @@ void Journal::append(const Message& message) {
   written_ = end;
 }
 
+void Journal::sync(const platform::PrivateFolder& folder) {
+  const std::size_t end = written_;
+  if (synced_ == end) return;
+  if (::fdatasync(current_->file.get()) != 0) {
+    throw std::system_error(errno, std::generic_category(), "the journal");
+  }
+  if (synced_ == 0) folder.sync();
+  synced_ = end;
+}
+
 std::pair<std::unique_ptr<Journal::Segment>, std::size_t> Journal::rotate(
     const platform::PrivateFolder& folder) {
   auto next = begin(folder);
   const platform::MutexLock lock(mutex_);
   std::swap(current_, next);
+  synced_ = 0;
   return {std::move(next), written_.exchange(journalHeaderSize)};
 }
 

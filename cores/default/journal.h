@@ -39,6 +39,8 @@ class Journal {
   /// Bytes that were written to the segment that takes records.
   [[nodiscard]] std::size_t written() const noexcept { return written_; }
   [[nodiscard]] const Segment& current() const noexcept { return *current_; }
+  /// Waits until the disk has what was written.
+  void sync(const platform::PrivateFolder& folder);
   /// Begins another segment in `folder`; answers the one before, which takes no record any more,
   /// and its size.
   std::pair<std::unique_ptr<Segment>, std::size_t> rotate(const platform::PrivateFolder& folder);
@@ -54,6 +56,7 @@ class Journal {
   std::unique_ptr<Segment> current_;  // changed by the sending thread, with the mutex held
   std::atomic<std::size_t> written_{journalHeaderSize};
   std::atomic<std::uint64_t> ordinal_{0};
+  std::size_t synced_ = 0;  // of the current segment; the sending thread's alone
 };
 
 }  // namespace vantamo::core

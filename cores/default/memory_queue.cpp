@@ -50,6 +50,7 @@ class MemoryQueue final : public MessageQueue {
   }
 
   void settle() override {}
+  void secure() override {}
 
   std::vector<BuriedMessage> deadLetters() override {
     const platform::MutexLock lock(mutex_);

@@ -85,6 +85,8 @@ class MessageQueue {
   /// gone otherwise than by the operations here: left by earlier runs and other processes, or lost
   /// to damage.
   [[nodiscard]] virtual QueueChange takeIn() = 0;
+  /// Makes what was appended survive a power cut without moving it, for the time of a long request.
+  virtual void secure() = 0;
   /// The oldest message that is not yet delivered or dead; null when there is none. The pointer
   /// holds until the next call.
   [[nodiscard]] virtual const QueuedMessage* front() = 0;

@@ -124,6 +124,10 @@ bool PrivateFolder::remove(const std::string& name) const noexcept {
          (errno == EISDIR && ::unlinkat(fd_.get(), name.c_str(), AT_REMOVEDIR) == 0);
 }
 
+void PrivateFolder::sync() const {
+  if (::fsync(fd_.get()) != 0) fail(path_);
+}
+
 bool PrivateFolder::isSameAs(const PrivateFolder& other) const noexcept {
   struct stat a {};
   struct stat b {};

@@ -10,7 +10,7 @@
 //
 // with commas between them.
 
-#include "tests/reliability/faults.h"
+#include "soak/faults.h"
 
 #include <sys/stat.h>
 #include <sys/syscall.h>

@@ -18,7 +18,7 @@
 #include <csignal>
 #include <thread>
 
-#include "tests/reliability/faults.h"
+#include "soak/faults.h"
 #include "vantamo/default_core.h"
 #include "vantamo/platform.h"
 #include "vantamo/vantamo.h"
