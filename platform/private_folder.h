@@ -32,6 +32,12 @@ class PrivateFolder {
   /// Opens a plain file of ours for reading and writing (0600), made when missing. A link, another
   /// user's file or anything else in its place is set aside first.
   File open(const std::string& name) const;
+  /// Makes a file that was not there; without a descriptor when something stands in its place.
+  [[nodiscard]] UniqueFd create(const std::string& name) const;
+  /// Whether `name` is the open file, and not a link to it or another one.
+  [[nodiscard]] bool holds(const std::string& name, const UniqueFd& file) const noexcept;
+  /// Whether a plain file under `name` has another name too.
+  [[nodiscard]] bool isHardLink(const std::string& name) const noexcept;
   /// Keeps what stands under `name` under a new name, and answers that; "" when nothing stands
   /// there.
   std::string setAside(const std::string& name) const;
@@ -55,8 +61,4 @@ class PrivateFolder {
   UniqueFd fd_;
   std::string path_;
 };
-
-/// Whether the open file has a name still.
-[[nodiscard]] bool hasName(const UniqueFd& file) noexcept;
-
 }  // namespace vantamo::platform

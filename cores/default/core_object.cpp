@@ -99,6 +99,7 @@ Delivery& DefaultCore::delivery(const CoreSettings& settings) {
       .queueFolder = queueFolder(settings, options_),
       .sender = {
           .requestFor = [this](const auto& message) { return requests_.requestFor(message); },
+          .hasModule = [](const std::string& name) { return moduleClass(name) != nullptr; },
           .now = &Clock::now,
           .wallClock = wallClockOf(options_),
           .random = [] { return platform::random32() / 4294967296.0; }},
@@ -238,7 +239,7 @@ bool DefaultCore::setOptions(default_core::Options options) {
                      (!options.queueFolder || options.queueFolder->starts_with('/'));
   const platform::MutexLock lock(mutex_);
   if (!valid || used_) return false;
-  options_ = std::move(options);
+  std::swap(options_, options);  // what it holds may call back when it goes
   return true;
 }
 
@@ -248,16 +249,22 @@ default_core::Stats DefaultCore::stats() const {
 }
 
 void DefaultCore::setCallback(Delivery::Callback callback) {
-  const platform::MutexLock lock(mutex_);
-  callback_ = std::move(callback);
-  if (Delivery* delivery = delivery_) delivery->setCallback(callback_);
+  Delivery* delivery = nullptr;
+  Delivery::Callback given = callback;
+  {
+    const platform::MutexLock lock(mutex_);
+    std::swap(callback_, callback);  // what it holds may call back when it goes
+    delivery = delivery_;
+  }
+  if (delivery != nullptr) delivery->setCallback(std::move(given));
 }
 
 bool DefaultCore::flush(milliseconds deadline) {
   Delivery* delivery = deliveryOfLeftovers();
   if (delivery == nullptr) return true;
   // Never started, there is no endpoint to send anything to.
-  if (!everStarted_) return delivery->isEmpty(Clock::now() + taskLimit);
+  if (!everStarted_)
+    return delivery->isEmpty(deadlineIn(std::min<milliseconds>(deadline, taskLimit)));
   return delivery->flush(deadlineIn(deadline));
 }
 

@@ -56,7 +56,7 @@ std::string_view nameOf(Statistics::Refusal refusal) {
 void Delivery::configure(const CoreSettings& settings) {
   statistics_.setBounds({settings.maxQueuedMessages, settings.maxQueueBytes});
   sender_.setRetryPolicy(settings.retry);
-  sender_.setMostDeadLetters(settings.maxDeadLetters);
+  sender_.setDeadLetterBounds({settings.maxDeadLetters, settings.maxQueueBytes});
   sender_.setManual(settings.manualPost);
 }
 
@@ -161,7 +161,7 @@ bool Delivery::isEmpty(Clock::time_point deadline) {
 }
 
 bool Delivery::perform(Task task, Clock::time_point deadline, Urgency urgency) {
-  if (isSendingThread()) {
+  if (isSendingThread() && !stepping_) {
     if (const auto queue = queue_.get().queue) task(*queue, statistics_);
     return true;
   }
@@ -171,6 +171,7 @@ bool Delivery::perform(Task task, Clock::time_point deadline, Urgency urgency) {
   tasks_.push_back(pending);
   woken_ = true;
   changed_.notify_all();
+  if (isSendingThread()) return false;  // a host's transport, in a request: done after it
   const bool done = waitFor(deadline, urgency, [&] { return pending->done; });
   std::erase(tasks_, pending);
   return done && !pending->failed;
@@ -178,7 +179,7 @@ bool Delivery::perform(Task task, Clock::time_point deadline, Urgency urgency) {
 
 void Delivery::stopForExit(milliseconds limit) {
   const platform::MutexLock lock(mutex_);
-  stopping_ = true;
+  if (std::exchange(stopping_, true) || isSendingThread()) return;
   woken_ = true;
   changed_.notify_all();
   waitFor(Clock::now() + limit, Urgency::interrupting,
@@ -242,6 +243,7 @@ void Delivery::run() {
     try {
       runOnce(*queue, *transport_.get(), next);
     } catch (...) {  // short of memory, perhaps
+      stepping_ = false;
       next = Clock::now() + std::chrono::seconds(1);
     }
     sleepUntil(next);
@@ -253,7 +255,9 @@ void Delivery::runOnce(MessageQueue& queue, Transport& transport,
                        std::optional<Clock::time_point>& next) {
   woken_ = false;
   runTasks(queue);
+  stepping_ = true;
   const Sender::Step step = sender_.step(queue, transport);
+  stepping_ = false;
   statistics_.add(step);
   next = step.next;
   if (step.report) report(*step.report);

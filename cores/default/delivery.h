@@ -76,7 +76,8 @@ class Delivery {
   using Task = std::function<void(MessageQueue&, Statistics&)>;
   enum class Urgency { patient, interrupting };
   /// Runs the task on the sending thread and waits for its end, giving up a request that is under
-  /// way if that is wanted. False when the deadline came first, or the task has thrown.
+  /// way if that is wanted. False when the deadline came first, or the task has thrown; or when a
+  /// host's transport asks for it in a request: it is then run after that.
   bool perform(Task task, Clock::time_point deadline, Urgency urgency);
 
   /// Makes what was posted survive a power cut. For the sending thread, in a request of its own;
@@ -93,7 +94,6 @@ class Delivery {
   };
   struct PendingTask {
     Task task;
-    bool taken = false;
     bool done = false;
     bool failed = false;
   };
@@ -123,6 +123,7 @@ class Delivery {
   platform::Locked<std::shared_ptr<Transport>> transport_;
   std::atomic<bool> woken_{false};
   std::atomic<std::thread::id> thread_{};
+  bool stepping_ = false;  // the sending thread's alone
 
   platform::Mutex logMutex_;
   LogLimiter refusalLog_ VANTAMO_GUARDED_BY(logMutex_);

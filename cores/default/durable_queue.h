@@ -1,7 +1,11 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "cores/default/message_queue.h"
 #include "cores/default/queue_slot.h"
@@ -37,7 +41,7 @@ class DurableQueue final : public MessageQueue {
   [[nodiscard]] const QueuedMessage* front() override;
   void delivered() override;
   std::size_t bury(int status, std::string_view reason, std::int64_t now,
-                   std::size_t keep) override;
+                   const DeadLetterBounds& bounds) override;
   void settle() override;
   [[nodiscard]] std::vector<BuriedMessage> deadLetters() override;
   QueueChange revive(const std::optional<std::vector<std::string>>& ids) override;
@@ -47,25 +51,44 @@ class DurableQueue final : public MessageQueue {
 
  private:
   using Clock = std::chrono::steady_clock;
+  // A segment that takes no records any more, and is not yet imported whole.
+  struct LeftSegment {
+    std::unique_ptr<Journal::Segment> segment;
+    std::size_t position = 0;
+    std::size_t end = 0;
+  };
 
+  // Files: durable_queue_files.cpp
   [[nodiscard]] Spool& spool();
+  [[nodiscard]] std::vector<std::uint64_t> ownSegments() const;
   void mend(const DamagedStore& damage);
   void restoreFiles();
+  void restoreStore();
   void importJournal();
   void rotateJournal();
   void adoptOrphans();
   void adopt(const QueueSlot& orphan);
+
   void forgetAhead();
   void advance();
   [[nodiscard]] QueueChange recount();
+  // Runs `work` on the spool, and once more when the database is found damaged and was mended.
   template <class Work>
-  auto mending(Work work);
+  auto mending(Work work) {
+    try {
+      return work(spool());
+    } catch (const DamagedStore& damage) {
+      mend(damage);
+      return work(spool());
+    }
+  }
 
   const std::string path_;
   platform::PrivateFolder application_;
   std::optional<QueueSlot> slot_;
   Journal journal_;
   std::size_t imported_ = journalHeaderSize;  // of the segment that takes records
+  std::deque<LeftSegment> left_;
 
   std::unique_ptr<Spool> spool_;
   std::vector<QueuedMessage> ahead_;  // read, and from `next_` on not yet done with
@@ -73,7 +96,8 @@ class DurableQueue final : public MessageQueue {
   std::int64_t doneThrough_ = 0;
   std::vector<std::string> unsettled_;  // delivered, and in the database still
   bool markFailed_ = false;
-  QueueSize counted_;                        // what whoever asks takeIn() knows of
+  QueueChange counted_;                      // what whoever asks takeIn() knows of, but for
+  Journal::Written told_;                    // what was appended after this
   bool recount_ = false;                     // there may be other messages than those
   std::optional<Clock::time_point> looked_;  // for orphans
   Clock::time_point checked_;                // whether the files are in place

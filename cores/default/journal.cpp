@@ -71,16 +71,32 @@ std::vector<std::string> Journal::segmentsIn(const platform::PrivateFolder& fold
   return segments;
 }
 
-Journal::Journal(const platform::PrivateFolder& folder)
-    : run_(random64()), current_(begin(folder)) {}
+Journal::Journal(const platform::PrivateFolder& folder) : run_(random64()) {
+  try {
+    current_ = begin(folder);
+  } catch (const std::system_error& error) {
+    const int code = error.code().value();
+    if (code != ENOSPC && code != EDQUOT && code != EIO) throw;
+    current_ = std::make_unique<Segment>(Segment{random64(), {}, {}});
+  }
+}
 
-std::unique_ptr<Journal::Segment> Journal::begin(const platform::PrivateFolder& folder) const {
-  const auto segments = segmentsIn(folder);
-  const std::uint64_t number = segments.empty() ? 1 : numberOf(segments.back()) + 1;
-  auto segment = std::make_unique<Segment>(Segment{random64(), nameOf(number), {}});
+// Never a number that was used, be its file erased meanwhile.
+std::unique_ptr<Journal::Segment> Journal::begin(const platform::PrivateFolder& folder) {
   checkFileSizeLimit(journalHeaderSize);
-  segment->file = folder.open(segment->name).fd;
-  writeAt(segment->file.get(), journalHeader(segment->id, run_), 0);
+  const auto segments = segmentsIn(folder);
+  if (!segments.empty()) number_ = std::max(number_, numberOf(segments.back()));
+  auto segment = std::make_unique<Segment>(Segment{random64(), {}, {}});
+  while (!segment->file) {
+    segment->name = nameOf(++number_);
+    segment->file = folder.create(segment->name);
+  }
+  try {
+    writeAt(segment->file.get(), journalHeader(segment->id, run_), 0);
+  } catch (const std::exception&) {
+    folder.remove(segment->name);
+    throw;
+  }
   return segment;
 }
 
@@ -88,15 +104,30 @@ void Journal::append(const Message& message) {
   const platform::MutexLock lock(mutex_);
   const std::uint64_t ordinal = ordinal_ + 1;
   const std::string record = journalRecord(message, ordinal);
-  const std::size_t end = written_ + record.size();
+  const std::size_t end = end_ + record.size();
   checkFileSizeLimit(end);
-  writeAt(current_->file.get(), record, written_);
+  writeAt(current_->file.get(), record, end_);
   ordinal_ = ordinal;
-  written_ = end;
+  bytes_ += message.body.size();
+  end_ = end;
+}
+
+Journal::Written Journal::written() {
+  const platform::MutexLock lock(mutex_);
+  return {end_, ordinal_, bytes_};
+}
+
+Journal::Written Journal::clear() {
+  const platform::MutexLock lock(mutex_);
+  if (::ftruncate(current_->file.get(), static_cast<off_t>(journalHeaderSize)) != 0) {
+    throw std::system_error(errno, std::generic_category(), "the journal");
+  }
+  synced_ = 0;
+  return {end_.exchange(journalHeaderSize), ordinal_, bytes_};
 }
 
 void Journal::sync(const platform::PrivateFolder& folder) {
-  const std::size_t end = written_;
+  const std::size_t end = end_;
   if (synced_ == end) return;
   if (::fdatasync(current_->file.get()) != 0) {
     throw std::system_error(errno, std::generic_category(), "the journal");
@@ -111,7 +142,7 @@ std::pair<std::unique_ptr<Journal::Segment>, std::size_t> Journal::rotate(
   const platform::MutexLock lock(mutex_);
   std::swap(current_, next);
   synced_ = 0;
-  return {std::move(next), written_.exchange(journalHeaderSize)};
+  return {std::move(next), end_.exchange(journalHeaderSize)};
 }
 
 }  // namespace vantamo::core

@@ -21,7 +21,9 @@ namespace vantamo::core {
 /// thread, as are the getters; the rest is for the sending thread.
 class Journal {
  public:
-  /// Begins a segment behind those that are in the folder. Throws when that cannot be done.
+  /// Begins a segment behind those that are in the folder. While the disk is full there is none:
+  /// then append() fails until rotate() has begun one. Throws when the folder takes no files at
+  /// all.
   explicit Journal(const platform::PrivateFolder& folder);
 
   /// Throws std::system_error, and has written nothing, when the disk takes no more.
@@ -36,26 +38,38 @@ class Journal {
     platform::UniqueFd file;
   };
 
-  /// Bytes that were written to the segment that takes records.
-  [[nodiscard]] std::size_t written() const noexcept { return written_; }
+  /// How much the segment that takes records holds, in bytes.
+  [[nodiscard]] std::size_t end() const noexcept { return end_; }
   [[nodiscard]] const Segment& current() const noexcept { return *current_; }
+  /// The same, with the number of messages appended to all segments so far and the bytes of their
+  /// bodies.
+  struct Written {
+    std::size_t end = 0;
+    std::uint64_t messages = 0;
+    std::uint64_t bytes = 0;
+  };
+  [[nodiscard]] Written written();
   /// Waits until the disk has what was written.
   void sync(const platform::PrivateFolder& folder);
   /// Begins another segment in `folder`; answers the one before, which takes no record any more,
   /// and its size.
   std::pair<std::unique_ptr<Segment>, std::size_t> rotate(const platform::PrivateFolder& folder);
+  /// Erases the records of the current segment. What had been written.
+  Written clear();
 
   /// The names of all segments in the folder, oldest first.
   [[nodiscard]] static std::vector<std::string> segmentsIn(const platform::PrivateFolder& folder);
 
  private:
-  [[nodiscard]] std::unique_ptr<Segment> begin(const platform::PrivateFolder& folder) const;
+  [[nodiscard]] std::unique_ptr<Segment> begin(const platform::PrivateFolder& folder);
 
   const std::uint64_t run_;
+  std::uint64_t number_ = 0;  // of the segment begun last; the sending thread's alone
   platform::Mutex mutex_;
   std::unique_ptr<Segment> current_;  // changed by the sending thread, with the mutex held
-  std::atomic<std::size_t> written_{journalHeaderSize};
+  std::atomic<std::size_t> end_{journalHeaderSize};
   std::atomic<std::uint64_t> ordinal_{0};
+  std::uint64_t bytes_ VANTAMO_GUARDED_BY(mutex_) = 0;
   std::size_t synced_ = 0;  // of the current segment; the sending thread's alone
 };
 

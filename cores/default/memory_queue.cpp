@@ -40,11 +40,18 @@ class MemoryQueue final : public MessageQueue {
   }
 
   std::size_t bury(int status, std::string_view reason, std::int64_t now,
-                   std::size_t keep) override {
+                   const DeadLetterBounds& bounds) override {
     const platform::MutexLock lock(mutex_);
     dead_.push_back({messages_.front(), status, std::string(reason), now});
     messages_.pop_front();
-    const std::size_t dropped = dead_.size() - std::min(dead_.size(), keep);
+    std::size_t kept = 0;
+    std::size_t bytes = 0;
+    while (kept < dead_.size() && kept < bounds.messages) {
+      bytes += dead_[dead_.size() - kept - 1].body.size();
+      if (bytes > bounds.bytes) break;
+      ++kept;
+    }
+    const std::size_t dropped = dead_.size() - kept;
     dead_.erase(dead_.begin(), dead_.begin() + static_cast<std::ptrdiff_t>(dropped));
     return dropped;
   }

@@ -44,6 +44,12 @@ struct QueueSize {
   std::size_t deadLetters = 0;
 };
 
+/// The most that is kept of dead letters; beyond it the oldest go.
+struct DeadLetterBounds {
+  std::size_t messages = 1000;
+  std::size_t bytes = 20UL * 1024 * 1024;
+};
+
 /// A difference of what is kept.
 struct QueueChange {
   std::int64_t messages = 0;
@@ -93,10 +99,9 @@ class MessageQueue {
   /// Notes that the front message was delivered: this queue never answers it again. The storage may
   /// be told later, but before front() goes on beyond what can be noted safely.
   virtual void delivered() = 0;
-  /// Moves the front message to the dead letters; beyond `keep` of them the oldest go. How many
-  /// did.
+  /// Moves the front message to the dead letters. How many older ones had to go.
   virtual std::size_t bury(int status, std::string_view reason, std::int64_t now,
-                           std::size_t keep) = 0;
+                           const DeadLetterBounds& bounds) = 0;
   /// Tells the storage everything that it was to be told later.
   virtual void settle() = 0;
   [[nodiscard]] virtual std::vector<BuriedMessage> deadLetters() = 0;

@@ -15,8 +15,10 @@ class QueueSlot {
   /// The file that an owner holds a lock on.
   static constexpr const char* lockName = "owner.lock";
 
-  /// The first folder that nobody owns, made when needed. Throws when there is none.
-  static QueueSlot acquire(const platform::PrivateFolder& application);
+  /// The folder `preferred`, or the first one that nobody owns and that can be used, made when
+  /// needed. Throws when there is none.
+  static QueueSlot acquire(const platform::PrivateFolder& application,
+                           const std::string& preferred = "0");
   /// The folder `name`, or nothing when somebody owns it. Throws when it cannot be used.
   static std::optional<QueueSlot> tryAcquire(const platform::PrivateFolder& application,
                                              const std::string& name);
@@ -24,7 +26,9 @@ class QueueSlot {
   [[nodiscard]] static bool isName(const std::string& name);
   /// The names of the folders that are there.
   static std::vector<std::string> namesIn(const platform::PrivateFolder& application);
-  /// In a forked child: gives up what the parent owns, in the child alone. Async-signal-safe.
+  /// In a forked child: gives up what the parent owns, in the child alone, which leaves those
+  /// folders to others for good: in its memory the database library holds them locked.
+  /// Async-signal-safe.
   static void abandonAll() noexcept;
 
   QueueSlot(QueueSlot&& other) noexcept;

@@ -49,6 +49,18 @@ void checkPages(SQLite::Database& database) {
   if (verdict != "ok") throw DamagedStore(verdict);
 }
 
+// What no check of pages sees: a file that says it must not be written, and places beyond which no
+// message could be added.
+void checkContent(SQLite::Database& database) {
+  constexpr std::int64_t last = std::int64_t{1} << 62;
+  SQLite::Statement places(database,
+                           "SELECT COUNT(*) FROM messages WHERE sequence < 1 OR sequence > ?");
+  places.bind(1, last);
+  places.executeStep();
+  if (places.getColumn(0).getInt64() > 0) throw DamagedStore("impossible places");
+  if (sqlite3_db_readonly(database.getHandle(), "main") != 0) throw DamagedStore("not writable");
+}
+
 SQLite::Database openIn(const platform::PrivateFolder& folder) {
   try {
     SQLite::Database database(folder.pathOf(QueueStore::fileName), SQLite::OPEN_READWRITE,
@@ -62,6 +74,7 @@ SQLite::Database openIn(const platform::PrivateFolder& folder) {
         "PRAGMA wal_autocheckpoint=250;");
     checkSchema(database);
     checkPages(database);
+    checkContent(database);
     return database;
   } catch (const SQLite::Exception& error) {
     if (isDamage(error)) throw DamagedStore(error.what());
@@ -122,18 +135,22 @@ struct QueueStore::Database {
     statement.exec();
   }
 
-  // Where the dead letters with these ids, or all, stand.
-  std::vector<std::int64_t> deadPlaces(const std::optional<std::vector<std::string>>& ids) const {
+  // Calls `each` with the place of each dead letter of these ids, or all. How many bytes and
+  // letters that was.
+  template <class Each>
+  QueueChange forDead(const std::optional<std::vector<std::string>>& ids, Each each) {
     std::unordered_set<std::string> wanted;
     if (ids) wanted.insert(ids->begin(), ids->end());
     std::vector<std::int64_t> places;
-    SQLite::Statement rows(connection, "SELECT place, id FROM dead ORDER BY place");
+    QueueChange found;
+    SQLite::Statement rows(connection, "SELECT place, id, LENGTH(body) FROM dead ORDER BY place");
     while (rows.executeStep()) {
-      if (!ids || wanted.contains(rows.getColumn(1).getString())) {
-        places.push_back(rows.getColumn(0).getInt64());
-      }
+      if (ids && !wanted.contains(rows.getColumn(1).getString())) continue;
+      places.push_back(rows.getColumn(0).getInt64());
+      found += {1, rows.getColumn(2).getInt64(), 1};
     }
-    return places;
+    for (const std::int64_t place : places) each(place);
+    return found;
   }
 
   SQLite::Database connection;
@@ -164,7 +181,9 @@ QueueStore::QueueStore(const platform::PrivateFolder& folder)
 
 QueueStore::~QueueStore() = default;
 
-bool QueueStore::isInPlace() const noexcept { return platform::hasName(file_); }
+bool QueueStore::isInPlace(const platform::PrivateFolder& folder) const noexcept {
+  return folder.holds(fileName, file_);
+}
 
 bool QueueStore::isLogInPlace() const noexcept { return platform::exists(logPath_); }
 
@@ -263,17 +282,21 @@ QueueSize QueueStore::size() {
 }
 
 std::size_t QueueStore::bury(const QueuedMessage& message, int status, std::string_view reason,
-                             std::int64_t now, std::size_t keep) {
+                             std::int64_t now, const DeadLetterBounds& bounds) {
   Database& database = *database_;
   std::size_t dropped = 0;
   database.write(true, [&] {
     const Message& kept = message;
     insertLetter({kept, status, std::string(reason), now});
     database.run(database.deleteOne, message.sequence);
-    SQLite::Statement drop(database.connection,
-                           "DELETE FROM dead WHERE place NOT IN "
-                           "(SELECT place FROM dead ORDER BY place DESC LIMIT ?)");
-    drop.bind(1, static_cast<std::int64_t>(keep));
+    SQLite::Statement drop(
+        database.connection,
+        "DELETE FROM dead WHERE place IN (SELECT place FROM (SELECT place, ROW_NUMBER() OVER "
+        "newest "
+        "AS number, SUM(LENGTH(body)) OVER newest AS bytes FROM dead WINDOW newest AS "
+        "(ORDER BY place DESC)) WHERE number > ? OR bytes > ?)");
+    drop.bind(1, static_cast<std::int64_t>(bounds.messages));
+    drop.bind(2, static_cast<std::int64_t>(bounds.bytes));
     dropped = static_cast<std::size_t>(drop.exec());
   });
   return dropped;
@@ -305,31 +328,36 @@ std::vector<BuriedMessage> QueueStore::deadLetters() {
   });
 }
 
-void QueueStore::revive(const std::optional<std::vector<std::string>>& ids) {
+QueueChange QueueStore::revive(const std::optional<std::vector<std::string>>& ids) {
   Database& database = *database_;
   std::int64_t last = database.last;
+  QueueChange change;
   database.write(true, [&] {
     SQLite::Statement copy(database.connection,
                            "INSERT INTO messages(sequence, id, module, body, accepted, run, "
                            "ordinal) SELECT ?, id, module, body, accepted, 0, 0 FROM dead WHERE "
                            "place = ?");
     SQLite::Statement erase(database.connection, "DELETE FROM dead WHERE place = ?");
-    for (const std::int64_t place : database.deadPlaces(ids)) {
+    change = database.forDead(ids, [&](std::int64_t place) {
       const StatementUse use(copy);
       copy.bind(1, ++last);
       copy.bind(2, place);
       copy.exec();
       database.run(erase, place);
-    }
+    });
   });
   database.last = last;
+  change.deadLetters = -change.deadLetters;
+  return change;
 }
 
-void QueueStore::purge(const std::optional<std::vector<std::string>>& ids) {
+QueueChange QueueStore::purge(const std::optional<std::vector<std::string>>& ids) {
+  QueueChange change;
   database_->write(true, [&] {
     SQLite::Statement erase(database_->connection, "DELETE FROM dead WHERE place = ?");
-    for (const std::int64_t place : database_->deadPlaces(ids)) database_->run(erase, place);
+    change = database_->forDead(ids, [&](std::int64_t place) { database_->run(erase, place); });
   });
+  return {0, 0, -change.deadLetters};
 }
 
 }  // namespace vantamo::core

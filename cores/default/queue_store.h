@@ -36,8 +36,8 @@ class QueueStore {
   QueueStore& operator=(const QueueStore&) = delete;
   ~QueueStore();
 
-  /// Whether the database has its name still, and whether the log beside it has.
-  [[nodiscard]] bool isInPlace() const noexcept;
+  /// Whether this is the database in `folder` still, and whether the log beside it is there.
+  [[nodiscard]] bool isInPlace(const platform::PrivateFolder& folder) const noexcept;
   [[nodiscard]] bool isLogInPlace() const noexcept;
 
   /// How far the segment was imported; 0 when it is not known.
@@ -59,11 +59,11 @@ class QueueStore {
 
   /// Moves a message to the dead letters; how many older ones had to go.
   std::size_t bury(const QueuedMessage& message, int status, std::string_view reason,
-                   std::int64_t now, std::size_t keep);
+                   std::int64_t now, const DeadLetterBounds& bounds);
   void importDead(const std::vector<BuriedMessage>& letters);
   [[nodiscard]] std::vector<BuriedMessage> deadLetters();
-  void revive(const std::optional<std::vector<std::string>>& ids);
-  void purge(const std::optional<std::vector<std::string>>& ids);
+  QueueChange revive(const std::optional<std::vector<std::string>>& ids);
+  QueueChange purge(const std::optional<std::vector<std::string>>& ids);
 
  private:
   struct Database;

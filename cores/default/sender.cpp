@@ -40,9 +40,9 @@ void Sender::setRetryPolicy(RetryPolicy policy) {
   policy_ = policy;
 }
 
-void Sender::setMostDeadLetters(std::size_t count) {
+void Sender::setDeadLetterBounds(DeadLetterBounds bounds) {
   const platform::MutexLock lock(mutex_);
-  mostDeadLetters_ = count;
+  deadLetterBounds_ = bounds;
 }
 
 void Sender::setSending(bool sending) {
@@ -200,6 +200,10 @@ void Sender::attemptNext(MessageQueue& queue, Transport& transport, Step& step) 
   if (!isMessageId(message->id) || step.bytes > largestMessage) {
     return bury(queue, 0, "what is stored is not a message", step);
   }
+  // It would hold up all messages behind it.
+  if (parts_.hasModule && !parts_.hasModule(message->moduleName)) {
+    return bury(queue, 0, "there is no module of its name", step);
+  }
   const auto request = parts_.requestFor(*message);
   if (!request) {
     step.report.reset();
@@ -236,12 +240,12 @@ void Sender::conclude(MessageQueue& queue, const HttpResponse& response, Step& s
 }
 
 void Sender::bury(MessageQueue& queue, int status, const std::string& reason, Step& step) {
-  std::size_t keep = 0;
+  DeadLetterBounds bounds;
   {
     const platform::MutexLock lock(mutex_);
-    keep = mostDeadLetters_;
+    bounds = deadLetterBounds_;
   }
-  step.deadLettersDropped = queue.bury(status, reason, wallMilliseconds(), keep);
+  step.deadLettersDropped = queue.bury(status, reason, wallMilliseconds(), bounds);
   step.verdict = Verdict::messageWrong;
   step.report->outcome = Outcome::dead;
   step.report->reason = reason;

@@ -33,6 +33,8 @@ class Sender {
   struct Parts {
     /// The request for a message; nothing while there is no endpoint to send it to.
     std::function<std::optional<default_core::HttpRequest>(const QueuedMessage&)> requestFor;
+    /// Whether there is a module of this name to send for. Absent: there always is.
+    std::function<bool(const std::string& moduleName)> hasModule;
     /// For every wait.
     std::function<TimePoint()> now;
     /// The time of day.
@@ -60,8 +62,7 @@ class Sender {
   [[nodiscard]] Step step(MessageQueue& queue, default_core::Transport& transport);
 
   void setRetryPolicy(RetryPolicy policy);
-  /// Beyond so many dead letters the oldest go.
-  void setMostDeadLetters(std::size_t count);
+  void setDeadLetterBounds(DeadLetterBounds bounds);
   /// Nothing is attempted while sending is off, but for the time of a flush by a host.
   void setSending(bool sending);
   /// Keeps sending on, whatever setSending says; each begin needs its end.
@@ -111,7 +112,7 @@ class Sender {
 
   platform::Mutex mutex_;
   RetryPolicy policy_ VANTAMO_GUARDED_BY(mutex_);
-  std::size_t mostDeadLetters_ VANTAMO_GUARDED_BY(mutex_) = 1000;
+  DeadLetterBounds deadLetterBounds_ VANTAMO_GUARDED_BY(mutex_);
   bool sending_ VANTAMO_GUARDED_BY(mutex_) = false;
   int hostFlushes_ VANTAMO_GUARDED_BY(mutex_) = 0;
   bool manual_ VANTAMO_GUARDED_BY(mutex_) = false;

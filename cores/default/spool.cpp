@@ -7,6 +7,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/random.h"
 #include "support/debug_log.h"
 
 namespace vantamo::core {
@@ -35,6 +36,32 @@ std::string readAt(int fd, std::size_t position, std::size_t size) {
   return bytes;
 }
 
+const std::string salvagePrefix = std::string(QueueStore::fileName) + ".salvage-";
+const std::string asidePrefix = std::string(QueueStore::fileName) + ".aside-";
+
+template <class Item, class Sought>
+bool contains(const std::vector<Item>& items, const Sought& sought) {
+  return std::ranges::find(items, sought) != items.end();
+}
+
+// A database to be read, and not what stands beside one.
+bool isSalvage(const std::string& name) {
+  return name.starts_with(salvagePrefix) && !name.ends_with("-wal") && !name.ends_with("-journal");
+}
+
+// A process that was killed may have renamed the log and not yet the database.
+void finishSettingAside(const platform::PrivateFolder& folder) {
+  const auto names = folder.names();
+  for (const std::string& name : names) {
+    const std::string database = name.substr(0, name.rfind('-'));
+    const bool isLog = name.starts_with(salvagePrefix) && !isSalvage(name);
+    if (isLog && !contains(names, database) && contains(names, QueueStore::fileName)) {
+      folder.rename(QueueStore::fileName, database);
+      return;
+    }
+  }
+}
+
 std::size_t sizeOf(const platform::UniqueFd& file) {
   struct stat info {};
   return ::fstat(file.get(), &info) == 0 ? static_cast<std::size_t>(info.st_size) : 0;
@@ -44,77 +71,101 @@ std::size_t sizeOf(const platform::UniqueFd& file) {
 
 bool Spool::holdsMessages(const platform::PrivateFolder& folder) {
   const auto names = folder.names();
-  return std::ranges::find(names, QueueStore::fileName) != names.end() ||
+  return contains(names, QueueStore::fileName) || std::ranges::any_of(names, &isSalvage) ||
          !Journal::segmentsIn(folder).empty();
 }
 
-std::string Spool::setDatabaseAside(const platform::PrivateFolder& folder) {
+// The log first: beside another database it would be taken for that one's.
+void Spool::setDatabaseAside(const platform::PrivateFolder& folder) {
   const std::string name = QueueStore::fileName;
-  std::string aside = folder.setAside(name);
-  for (const char* companion : {"-wal", "-journal"}) {
-    const std::string kept = folder.setAside(name + companion);
-    if (!kept.empty() && !aside.empty()) folder.rename(kept, aside + companion);
+  const std::string kept = salvagePrefix + platform::randomUuid();
+  const auto present = folder.names();
+  for (const char* part : {"-wal", "-journal", ""}) {
+    if (contains(present, name + part)) folder.rename(name + part, kept + part);
   }
-  return aside;
 }
 
-Spool::Spool(const platform::PrivateFolder& folder, std::uint64_t live, std::string aside) {
-  openStore(folder, std::move(aside));
+Spool::Spool(const platform::PrivateFolder& folder, const std::vector<std::uint64_t>& live) {
+  openStore(folder);
   marks_.emplace(folder.open("delivered").fd);
+  const auto delivered = marks_->read();
+  leaveOut(delivered);
   importLeftSegments(folder, live);
-  if (const auto ids = marks_->read(); !ids.empty()) store_->removeById(ids);
+  if (!delivered.empty()) store_->removeById(delivered);
 }
 
-void Spool::openStore(const platform::PrivateFolder& folder, std::string aside) {
-  if (std::string link = folder.open(QueueStore::fileName).setAside; aside.empty()) {
-    aside = std::move(link);
-  }
-  // A log that is a link would be written through.
+void Spool::openStore(const platform::PrivateFolder& folder) {
+  finishSettingAside(folder);
+  if (folder.isHardLink(QueueStore::fileName)) setDatabaseAside(folder);
+  // Whatever else stands in the place of these two would be written through.
+  folder.open(QueueStore::fileName);
   folder.open(std::string(QueueStore::fileName) + "-wal");
   try {
     store_ = std::make_unique<QueueStore>(folder);
   } catch (const DamagedStore& damage) {
-    aside = setDatabaseAside(folder);
-    report("The queue's file was damaged (%@) and is kept as %@", damage.what(), aside);
+    report("The queue's file in %@ is damaged: %@", folder.path(), damage.what());
+    setDatabaseAside(folder);
     store_ = std::make_unique<QueueStore>(folder);
   }
-  if (aside.empty()) return;
-  const Salvage kept = salvage(folder.pathOf(aside));
-  store_->import({kept.messages.begin(), kept.messages.end()}, 0, 0);
-  store_->importDead(kept.deadLetters);
-  for (std::string& id : store_->ids()) known_.insert(std::move(id));
-  report("%@ messages and %@ dead letters were saved from it", std::to_string(kept.messages.size()),
-         std::to_string(kept.deadLetters.size()));
+  readSetAside(folder);
 }
 
-void Spool::importLeftSegments(const platform::PrivateFolder& folder, std::uint64_t live) {
+void Spool::readSetAside(const platform::PrivateFolder& folder) {
+  for (const std::string& name : folder.names()) {
+    if (!isSalvage(name)) continue;
+    Salvage kept = salvage(folder.pathOf(name));
+    leaveOut(store_->ids());
+    const auto isKnown = [this](const Message& message) { return known_.contains(message.id); };
+    std::erase_if(kept.messages, isKnown);
+    std::erase_if(kept.deadLetters, isKnown);
+    store_->import({kept.messages.begin(), kept.messages.end()}, 0, 0);
+    store_->importDead(kept.deadLetters);
+    leaveOut(store_->ids());
+    report("%@ messages and %@ dead letters were saved", std::to_string(kept.messages.size()),
+           std::to_string(kept.deadLetters.size()));
+    const std::string aside = asidePrefix + name.substr(salvagePrefix.size());
+    for (const char* part : {"-wal", "-journal", ""}) {
+      if (contains(folder.names(), name + part)) folder.rename(name + part, aside + part);
+    }
+  }
+}
+
+void Spool::leaveOut(const std::vector<std::string>& ids) { known_.insert(ids.begin(), ids.end()); }
+
+std::size_t Spool::positionIn(const Journal::Segment& segment) {
+  return std::max(journalHeaderSize, store_->importedOf(segment.id));
+}
+
+void Spool::importLeftSegments(const platform::PrivateFolder& folder,
+                               const std::vector<std::uint64_t>& live) {
   for (const std::string& name : Journal::segmentsIn(folder)) {
     Journal::Segment segment{0, name, folder.open(name).fd};
     const JournalHeader header =
         readJournalHeader(readAt(segment.file.get(), 0, journalHeaderSize));
     segment.id = header.segment;
-    if (segment.id == live && live != 0) continue;
-    const std::size_t end = sizeOf(segment.file);
-    const std::size_t begin = std::max(journalHeaderSize, store_->importedOf(segment.id));
-    import(segment, header.run, header.segment == 0 ? 0 : begin, end);
+    if (segment.id != 0 && contains(live, segment.id)) continue;
+    std::size_t position = segment.id == 0 ? 0 : positionIn(segment);
+    // Imported under another database, perhaps.
+    if (position <= journalHeaderSize) leaveOut(store_->ids());
+    import(segment, header.run, position, sizeOf(segment.file));
     discard(folder, segment);
   }
 }
 
-Spool::Imported Spool::import(const Journal::Segment& segment, std::uint64_t run,
-                              std::size_t position, std::size_t end) {
-  Imported total{position, 0, 0};
-  for (std::size_t chunk = usualChunk; total.position < end;) {
-    const std::size_t size = std::min(chunk, end - total.position);
-    const std::string bytes = readAt(segment.file.get(), total.position, size);
+bool Spool::import(const Journal::Segment& segment, std::uint64_t run, std::size_t& position,
+                   std::size_t end) {
+  bool whole = true;
+  for (std::size_t chunk = usualChunk; position < end;) {
+    const std::size_t size = std::min(chunk, end - position);
+    const std::string bytes = readAt(segment.file.get(), position, size);
     const bool cutShort = bytes.size() < size;
-    const bool last = cutShort || total.position + size == end || chunk == largestChunk;
-    JournalBytes read = readJournal(bytes, run, last);
+    JournalBytes read = readJournal(bytes, run, cutShort || position + size == end);
     if (read.next == 0 && !cutShort) {
-      chunk = largestChunk;
+      chunk = largestChunk;  // a record that is larger than the usual chunk
       continue;
     }
     if (read.damaged > 0 || cutShort) {
+      whole = false;
       damaged_.insert(segment.id);
       report("%@ bytes of %@ are no messages", std::to_string(read.damaged + size - bytes.size()),
              segment.name);
@@ -122,20 +173,23 @@ Spool::Imported Spool::import(const Journal::Segment& segment, std::uint64_t run
     std::erase_if(read.messages, [this](const Message& message) {
       return known_.contains(message.id) || !isMessageId(message.id);
     });
-    total.position = cutShort ? end : total.position + read.next;
-    store_->import(read.messages, segment.id, total.position);
-    total.messages += read.messages.size();
-    for (const Message& message : read.messages) total.bytes += message.body.size();
+    const std::size_t next = cutShort ? end : position + read.next;
+    store_->import(read.messages, segment.id, next);
+    position = next;
     chunk = usualChunk;
   }
-  return total;
+  return whole;
 }
 
 void Spool::discard(const platform::PrivateFolder& folder, const Journal::Segment& segment) {
-  if (damaged_.erase(segment.id) > 0) {
-    folder.setAside(segment.name);
-  } else {
-    folder.remove(segment.name);
+  const bool damaged = damaged_.erase(segment.id) > 0;
+  // Another file may have its name by now.
+  if (folder.holds(segment.name, segment.file)) {
+    if (damaged) {
+      folder.setAside(segment.name);
+    } else {
+      folder.remove(segment.name);
+    }
   }
   if (segment.id != 0) store_->forgetSegment(segment.id);
 }

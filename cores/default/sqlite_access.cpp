@@ -26,7 +26,8 @@ void distrustSchema(SQLite::Database& database) {
 
 bool isDamage(const SQLite::Exception& error) noexcept {
   const int code = error.getErrorCode() & 0xff;
-  return code == SQLITE_CORRUPT || code == SQLITE_NOTADB;
+  return code == SQLITE_CORRUPT || code == SQLITE_NOTADB ||
+         error.getExtendedErrorCode() == SQLITE_IOERR_SHORT_READ;
 }
 
 StatementUse::~StatementUse() {

@@ -95,6 +95,26 @@ PrivateFolder::File PrivateFolder::open(const std::string& name) const {
   }
 }
 
+UniqueFd PrivateFolder::create(const std::string& name) const {
+  UniqueFd file(::openat(fd_.get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, fileMode));
+  if (!file && errno != EEXIST) fail(pathOf(name));
+  if (file) ::fchmod(file.get(), fileMode);
+  return file;
+}
+
+bool PrivateFolder::holds(const std::string& name, const UniqueFd& file) const noexcept {
+  struct stat named {};
+  struct stat open {};
+  return ::fstatat(fd_.get(), name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+         ::fstat(file.get(), &open) == 0 && isSame(named, open);
+}
+
+bool PrivateFolder::isHardLink(const std::string& name) const noexcept {
+  struct stat info {};
+  return ::fstatat(fd_.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+         S_ISREG(info.st_mode) && info.st_nlink > 1;
+}
+
 std::string PrivateFolder::setAside(const std::string& name) const {
   std::string kept = name + ".aside-" + randomUuid();
   if (::renameat(fd_.get(), name.c_str(), fd_.get(), kept.c_str()) == 0) return kept;
@@ -140,10 +160,4 @@ bool PrivateFolder::isInPlace() const noexcept {
   return ::fstat(fd_.get(), &here) == 0 && ::lstat(path_.c_str(), &there) == 0 &&
          isSame(here, there);
 }
-
-bool hasName(const UniqueFd& file) noexcept {
-  struct stat info {};
-  return ::fstat(file.get(), &info) == 0 && info.st_nlink > 0;
-}
-
 }  // namespace vantamo::platform

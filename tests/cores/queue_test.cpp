@@ -98,7 +98,7 @@ TEST_P(QueueTest, DeadLettersAreBoundedAndComeBackOnWish) {
   std::size_t dropped = 0;
   for (int i = 0; i < 3; ++i) {
     ASSERT_NE(queue->front(), nullptr);
-    dropped += queue->bury(400 + i, "no", 99, 2);
+    dropped += queue->bury(400 + i, "no", 99, {2, 1000});
   }
   EXPECT_EQ(dropped, 1U);
   const auto dead = queue->deadLetters();
