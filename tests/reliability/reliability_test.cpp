@@ -88,6 +88,7 @@ void HostProcess::waitFor(const std::string& name) {
 Result HostProcess::wait() {
   while (readLine()) continue;
   ::waitpid(pid_, &result_.status, 0);
+  EXPECT_TRUE(result_.status == 0 || WTERMSIG(result_.status) == SIGKILL) << result_.status;
   return result_;
 }
 
