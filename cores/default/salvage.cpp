@@ -41,7 +41,8 @@ bool collectFromBothEnds(SQLite::Database& database, const std::string& query,
   return false;
 }
 
-// A file that was cut short is refused whole otherwise, and so is one with a bad entry in its schema.
+// A file that was cut short is refused whole otherwise, and so is one with a bad entry in its
+// schema.
 void readDespiteDamage(SQLite::Database& database) {
   sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_DEFENSIVE, 0, nullptr);
   sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_WRITABLE_SCHEMA, 1, nullptr);
