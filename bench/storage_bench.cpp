@@ -38,7 +38,7 @@ void appendToJournal(benchmark::State& state) {
   const Message kept = message();
   for (auto _ : state) {
     journal.append(kept);
-    if (journal.written() > (1U << 20U)) {
+    if (journal.end() > (1U << 20U)) {
       state.PauseTiming();
       journal.rotate(vantamo::platform::PrivateFolder::at(scratch.queue()));
       state.ResumeTiming();

@@ -85,7 +85,7 @@ class QueueCommand {
       return print({{"erased", slot.folder().path()}});
     }
     if (!Spool::holdsMessages(slot.folder())) return;
-    Spool spool(slot.folder(), 0);
+    Spool spool(slot.folder(), {});
     switch (action_) {
       case QueueAction::list: return list(spool.store());
       case QueueAction::dead: return listDead(spool.store());
