@@ -14,7 +14,7 @@ declare -A may_include=(
   [facade]="facade module tags constraints state support platform vantamo"
   [cores]="cores support platform vantamo"
   [examples]="vantamo"
-  [tools]="tools tags constraints support platform vantamo"
+  [tools]="tools cores tags constraints support platform vantamo"
 )
 
 failed=0

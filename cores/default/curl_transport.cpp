@@ -193,6 +193,7 @@ struct CurlTransport::Handles {
       if (const CURLMsg* done = curl_multi_info_read(multi, &left)) {
         code = done->data.result;
       } else if (running > 0) {
+        keepLookUpFromChildren(multi);
         curl_multi_poll(multi, nullptr, 0, 1000, nullptr);
       }
       if (running > 0 && meanwhile && Clock::now() >= next) {

@@ -55,6 +55,17 @@ Waiting waitingAt(int fd) {
   return waiting;
 }
 
+// A byte that is sent to one socket of a pair tells the other one.
+void keepPairFromChildren(int fd) {
+  std::vector<int> others = inheritableLocalSockets();
+  std::erase_if(others, [fd](int other) { return other == fd || waitingAt(other).incoming > 0; });
+  if (::send(fd, "", 1, MSG_DONTWAIT | MSG_NOSIGNAL) != 1) return;
+  for (const int other : others) {
+    if (waitingAt(other).incoming == 1) ::fcntl(other, F_SETFD, FD_CLOEXEC);
+  }
+  ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+}
+
 }  // namespace
 
 // Other threads of the host make sockets at the same time. Those of the handle are known by what a
@@ -76,6 +87,22 @@ void* makeMultiHandle() {
   }
   curl_multi_poll(multi, nullptr, 0, 0, nullptr);  // takes the wake-up in
   return multi;
+}
+
+// While a name is looked up, the handle waits at one of a pair of sockets; nobody ever reads from
+// the other one, so that a byte there does no harm.
+void keepLookUpFromChildren(void* multi) {
+  fd_set reads;
+  fd_set writes;
+  fd_set exceptions;
+  FD_ZERO(&reads);
+  FD_ZERO(&writes);
+  FD_ZERO(&exceptions);
+  int highest = -1;
+  curl_multi_fdset(multi, &reads, &writes, &exceptions, &highest);
+  for (int fd = 0; fd <= highest; ++fd) {
+    if (FD_ISSET(fd, &reads) && isInheritableLocalSocket(fd)) keepPairFromChildren(fd);
+  }
 }
 
 }  // namespace vantamo::core

@@ -17,7 +17,7 @@ constexpr int mostSlots = 64;
 
 // Locks held now: the slot's number and the descriptor plus one; 0 for none. A forked child shares
 // them, and with them the ownership.
-struct HeldLock {
+struct alignas(8) HeldLock {
   std::int32_t number = 0;
   std::int32_t descriptorPlusOne = 0;
   bool operator==(const HeldLock&) const = default;

@@ -37,11 +37,12 @@ struct Options {
   std::optional<std::size_t> maxQueuedMessages;
   /// Most bytes of messages that may wait, 65,536 to 1 GiB.
   std::optional<std::size_t> maxQueueBytes;
-  /// Most dead letters that are kept, 0 to 100,000; the oldest go first.
+  /// Most dead letters that are kept, 0 to 100,000, and never more bytes of them than of the queue;
+  /// the oldest go first.
   std::optional<std::size_t> maxDeadLetters;
 };
 
-/// Takes the options over for the life of the process. False, and nothing changed, once the core
+/// Takes the options over for the life of the process; a forked child sets them again. False, and nothing changed, once the core
 /// was used (by a startup or by any other operation here but setDeliveryCallback and stats), or
 /// when a number is out of its range.
 bool setOptions(Options options);
