@@ -42,9 +42,9 @@ struct Options {
   std::optional<std::size_t> maxDeadLetters;
 };
 
-/// Takes the options over for the life of the process; a forked child sets them again. False, and nothing changed, once the core
-/// was used (by a startup or by any other operation here but setDeliveryCallback and stats), or
-/// when a number is out of its range.
+/// Takes the options over for the life of the process; a forked child sets them again. False, and
+/// nothing changed, once the core was used (by a startup or by any other operation here but
+/// setDeliveryCallback and stats), or when a number is out of its range.
 bool setOptions(Options options);
 
 /// Figures since the process began, except for those of what is kept now.
@@ -137,7 +137,8 @@ std::size_t purgeDeadLetters(const std::optional<std::vector<std::string>>& ids 
 /// aside, the advertising id, and through the modules the visitor id; the next event is that of a
 /// new visitor. A request that is under way is given up; it may have arrived. True when all was
 /// erased; false when something could not be, or belongs to another running process of the
-/// application, or the core's thread did not come to it within 10 s.
+/// application, or the core's thread did not come to it within 10 s. Asked for by a transport in a
+/// request, it is done after that, and the answer is false.
 bool eraseAll();
 
 }  // namespace vantamo::default_core
