@@ -105,18 +105,15 @@ Delivery& DefaultCore::delivery(const CoreSettings& settings) {
           .random = [] { return platform::random32() / 4294967296.0; }},
       .makeTransport = [host = options_.transport,
                         options = curlOptions_]() -> std::shared_ptr<default_core::Transport> {
-        if (host) return host;
-        auto transport = std::make_shared<CurlTransport>(options);
-        // Once more, behind what the libraries below have just registered: the thread must end
-        // before they are undone.
-        static const int registered = std::atexit(&endWithProcess);
-        static_cast<void>(registered);
-        return transport;
+        return host ? host : std::make_shared<CurlTransport>(options);
       }});
   made->setCallback(callback_);
   delivery_ = made.release();
   curlOptions_->meanwhile = [delivery = delivery_.load()] { delivery->secure(); };
   deliveryOfProcess = delivery_.load();
+  // Here and not on the sending thread: what the library below registers for the end of the process
+  // must stand before ours, which then runs first and ends the thread.
+  if (!options_.transport) static_cast<void>(startHttpLibrary());
   std::atexit(&endWithProcess);
   return *delivery_;
 }

@@ -110,6 +110,15 @@ void initialiseOnce() {
 
 }  // namespace
 
+bool startHttpLibrary() noexcept {
+  try {
+    initialiseOnce();
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
 Proxies Proxies::fromEnvironment() {
   return {environmentText({"http_proxy", "all_proxy", "ALL_PROXY"}),
           environmentText({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}),

@@ -32,6 +32,10 @@ struct CurlOptions {
   std::function<void()> meanwhile;
 };
 
+/// Starts libcurl for this process, unless that is done: about a millisecond. False when it cannot
+/// be used; a transport then cannot be made.
+bool startHttpLibrary() noexcept;
+
 /// HTTP and HTTPS through libcurl: one connection kept alive, certificates verified, redirects not
 /// followed, no signals. Of a response only the status and two headers are looked at: a body is
 /// read up to a bound and thrown away, and never unpacked.

@@ -180,6 +180,7 @@ bool Delivery::perform(Task task, Clock::time_point deadline, Urgency urgency) {
 void Delivery::stopForExit(milliseconds limit) {
   const platform::MutexLock lock(mutex_);
   if (std::exchange(stopping_, true) || isSendingThread()) return;
+  sender_.setSending(false);  // a thread that outlives the wait makes no connection any more
   woken_ = true;
   changed_.notify_all();
   waitFor(Clock::now() + limit, Urgency::interrupting,
