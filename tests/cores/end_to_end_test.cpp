@@ -127,22 +127,5 @@ TEST_F(EndToEndTest, ContractHoldsForUnknownModulesAndMissingStarts) {
   EXPECT_FALSE(Vantamo::getPRWAdvertisingId());
 }
 
-TEST_F(EndToEndTest, ManyThreadsLoseNothing) {
-  Collector collector;
-  writeSettings("VTMod", collector.settings());
-  ASSERT_TRUE(Vantamo::startup());
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([i] {
-      for (int j = 0; j < 50; ++j) fire(std::to_string(i * 100 + j));
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_TRUE(default_core::flush(seconds(60)));
-  const auto ids = keys(collector.wait(200), "eid");
-  EXPECT_EQ(std::set<std::string>(ids.begin(), ids.end()).size(), 200U);
-  EXPECT_EQ(ids.size(), 200U);
-}
-
 }  // namespace
 }  // namespace vantamo::test
