@@ -26,19 +26,6 @@ std::shared_ptr<MessageQueue> openQueue(const std::string& folder) {
   }
 }
 
-// In the place of an HTTP client that could not be made.
-class NoTransport final : public default_core::Transport {
- public:
-  explicit NoTransport(std::string reason) : reason_(std::move(reason)) {}
-  default_core::HttpResponse post(const default_core::HttpRequest& /*request*/) override {
-    return {0, reason_, {}, {}};
-  }
-  void interrupt() noexcept override {}
-
- private:
-  const std::string reason_;
-};
-
 std::string_view nameOf(Statistics::Refusal refusal) {
   switch (refusal) {
     case Statistics::Refusal::full: return "the queue is full";
@@ -50,8 +37,6 @@ std::string_view nameOf(Statistics::Refusal refusal) {
 }
 
 }  // namespace
-
-// --- Any thread
 
 void Delivery::configure(const CoreSettings& settings) {
   statistics_.setBounds({settings.maxQueuedMessages, settings.maxQueueBytes});
@@ -127,7 +112,10 @@ bool Delivery::waitFor(Clock::time_point deadline, Urgency urgency, Condition co
     if (now >= deadline || nobodyWillDoIt) return false;
     auto until = deadline;
     if (urgency == Urgency::interrupting) {
+      mutex_.unlock();  // it may be the host's, and call the library
       if (const auto transport = transport_.get()) transport->interrupt();
+      mutex_.lock();
+      if (condition()) return true;
       until = std::min(deadline, now + repeat);
     }
     changed_.wait_until(mutex_, until);
@@ -217,124 +205,6 @@ void Delivery::open() {
   woken_ = false;
   startBackgroundThread([this] { run(); }).detach();
   running_ = true;
-}
-
-// --- The sending thread
-
-void Delivery::secure() noexcept {
-  try {
-    if (const auto queue = queue_.get().queue) queue->secure();
-  } catch (const std::exception&) {  // what cannot be secured now is stored after the request
-    return;
-  }
-}
-
-void Delivery::run() {
-  thread_ = std::this_thread::get_id();
-  const auto queue = queue_.get().queue;
-  for (bool ends = false; !ends;) {
-    if (transport_.get() == nullptr) {
-      try {
-        transport_.set(makeTransport_());
-      } catch (const std::exception& exception) {
-        transport_.set(std::make_shared<NoTransport>(exception.what()));
-      }
-    }
-    std::optional<Clock::time_point> next;
-    try {
-      runOnce(*queue, *transport_.get(), next);
-    } catch (...) {  // short of memory, perhaps
-      stepping_ = false;
-      next = Clock::now() + std::chrono::seconds(1);
-    }
-    sleepUntil(next);
-    ends = endsNow(*queue);
-  }
-}
-
-void Delivery::runOnce(MessageQueue& queue, Transport& transport,
-                       std::optional<Clock::time_point>& next) {
-  woken_ = false;
-  runTasks(queue);
-  stepping_ = true;
-  const Sender::Step step = sender_.step(queue, transport);
-  stepping_ = false;
-  statistics_.add(step);
-  next = step.next;
-  if (step.report) report(*step.report);
-  const platform::MutexLock lock(mutex_);
-  tookIn_ = tookIn_ || step.tookIn;
-  changed_.notify_all();
-}
-
-void Delivery::runTasks(MessageQueue& queue) {
-  for (;;) {
-    std::shared_ptr<PendingTask> pending;
-    {
-      const platform::MutexLock lock(mutex_);
-      if (tasks_.empty()) return;
-      pending = tasks_.front();
-      tasks_.pop_front();
-    }
-    bool failed = false;
-    try {
-      pending->task(queue, statistics_);
-    } catch (const std::exception& exception) {
-      failed = true;
-      support::debugLog("-[NQCore openQueue]", [&] {
-        return support::withValue("The queue cannot be read or changed: %@", exception.what());
-      });
-    }
-    const platform::MutexLock lock(mutex_);
-    pending->failed = failed;
-    pending->done = true;
-    changed_.notify_all();
-  }
-}
-
-void Delivery::report(const default_core::DeliveryReport& report) {
-  const auto callback = callback_.get();
-  if (callback == nullptr) return;
-  try {
-    (*callback)(report);
-  } catch (...) {
-    support::debugLog("-[NQCore sendQueuedMessages]",
-                      [] { return "The host's delivery callback has thrown"; });
-  }
-}
-
-void Delivery::sleepUntil(std::optional<Clock::time_point> next) {
-  const platform::MutexLock lock(mutex_);
-  while (!woken_ && !stopping_ && users_ > 0 && tasks_.empty()) {
-    if (!next) {
-      changed_.wait(mutex_);
-    } else if (changed_.wait_until(mutex_, *next) == std::cv_status::timeout) {
-      return;
-    }
-  }
-}
-
-// Files are closed before the thread ends, and without anybody waiting for that; who comes
-// meanwhile finds the thread running on.
-bool Delivery::endsNow(MessageQueue& queue) {
-  const auto isUnwanted = [this]() VANTAMO_REQUIRES(mutex_) {
-    return stopping_ || (users_ == 0 && tasks_.empty());
-  };
-  {
-    const platform::MutexLock lock(mutex_);
-    if (!isUnwanted()) return false;
-  }
-  queue.rest();
-  transport_.set(nullptr);
-  const platform::MutexLock lock(mutex_);
-  if (!isUnwanted()) return false;
-  // What is kept in memory has nowhere else to be; and while the process ends, the last messages
-  // still find the journal.
-  if (queue.durable() && !stopping_) queue_.set({});
-  thread_ = std::thread::id();
-  running_ = false;
-  changed_.notify_all();
-  return true;
 }
 
 }  // namespace vantamo::core

@@ -7,6 +7,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "cores/default/queue_store_database.h"
 #include "cores/default/sqlite_access.h"
 #include "platform/file.h"
 
@@ -82,102 +83,12 @@ SQLite::Database openIn(const platform::PrivateFolder& folder) {
   }
 }
 
-void bindMessage(SQLite::Statement& statement, const Message& message) {
-  statement.bind(1, message.id);
-  statement.bind(2, message.moduleName);
-  statement.bindNoCopy(3, message.body.data(), static_cast<int>(message.body.size()));
-  statement.bind(4, message.accepted);
-  statement.bind(5, static_cast<std::int64_t>(message.run));
-  statement.bind(6, static_cast<std::int64_t>(message.ordinal));
-}
-
 }  // namespace
-
-struct QueueStore::Database {
-  explicit Database(const platform::PrivateFolder& folder) : connection(openIn(folder)) {
-    last = connection.execAndGet("SELECT IFNULL(MAX(sequence), 0) FROM messages").getInt64();
-  }
-
-  // Whether a commit waits for the disk.
-  void setLasting(bool wanted) {
-    if (lasting == wanted) return;
-    connection.exec(wanted ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL");
-    lasting = wanted;
-  }
-
-  // Runs `change` as one transaction that happens whole or not at all.
-  template <class Change>
-  void write(bool lastingly, Change change) {
-    try {
-      setLasting(lastingly);
-      SQLite::Transaction transaction(connection);
-      change();
-      transaction.commit();
-    } catch (const SQLite::Exception& error) {
-      if (isDamage(error)) throw DamagedStore(error.what());
-      throw;
-    }
-  }
-
-  template <class Read>
-  auto read(Read readRows) {
-    try {
-      return readRows();
-    } catch (const SQLite::Exception& error) {
-      if (isDamage(error)) throw DamagedStore(error.what());
-      throw;
-    }
-  }
-
-  void run(SQLite::Statement& statement, std::int64_t number) {
-    const StatementUse use(statement);
-    statement.bind(1, number);
-    statement.exec();
-  }
-
-  // Calls `each` with the place of each dead letter of these ids, or all. How many bytes and
-  // letters that was.
-  template <class Each>
-  QueueChange forDead(const std::optional<std::vector<std::string>>& ids, Each each) {
-    std::unordered_set<std::string> wanted;
-    if (ids) wanted.insert(ids->begin(), ids->end());
-    std::vector<std::int64_t> places;
-    QueueChange found;
-    SQLite::Statement rows(connection, "SELECT place, id, LENGTH(body) FROM dead ORDER BY place");
-    while (rows.executeStep()) {
-      if (ids && !wanted.contains(rows.getColumn(1).getString())) continue;
-      places.push_back(rows.getColumn(0).getInt64());
-      found += {1, rows.getColumn(2).getInt64(), 1};
-    }
-    for (const std::int64_t place : places) each(place);
-    return found;
-  }
-
-  SQLite::Database connection;
-  std::int64_t last = 0;  // the sequence given last
-  bool lasting = true;    // FULL is what a connection begins with
-
-  SQLite::Statement insert{connection,
-                           "INSERT INTO messages(id, module, body, accepted, run, ordinal, "
-                           "sequence) VALUES(?, ?, ?, ?, ?, ?, ?)"};
-  SQLite::Statement insertDead{connection,
-                               "INSERT INTO dead(id, module, body, accepted, run, ordinal, status, "
-                               "reason, died) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?)"};
-  SQLite::Statement setImported{
-      connection,
-      "INSERT INTO segments(id, imported) VALUES(?, ?) ON CONFLICT(id) DO UPDATE SET "
-      "imported = excluded.imported"};
-  SQLite::Statement selectAfter{connection,
-                                std::string("SELECT ") + messageColumns +
-                                    " FROM messages WHERE sequence > ? ORDER BY sequence LIMIT ?"};
-  SQLite::Statement deleteThrough{connection, "DELETE FROM messages WHERE sequence <= ?"};
-  SQLite::Statement deleteOne{connection, "DELETE FROM messages WHERE sequence = ?"};
-};
 
 QueueStore::QueueStore(const platform::PrivateFolder& folder)
     : file_(folder.open(fileName).fd),
       logPath_(folder.pathOf(fileName) + "-wal"),
-      database_(std::make_unique<Database>(folder)) {}
+      database_(std::make_unique<Database>(openIn(folder))) {}
 
 QueueStore::~QueueStore() = default;
 
@@ -279,85 +190,6 @@ QueueSize QueueStore::size() {
     };
     return QueueSize{number(0), number(1), number(2)};
   });
-}
-
-std::size_t QueueStore::bury(const QueuedMessage& message, int status, std::string_view reason,
-                             std::int64_t now, const DeadLetterBounds& bounds) {
-  Database& database = *database_;
-  std::size_t dropped = 0;
-  database.write(true, [&] {
-    const Message& kept = message;
-    insertLetter({kept, status, std::string(reason), now});
-    database.run(database.deleteOne, message.sequence);
-    SQLite::Statement drop(
-        database.connection,
-        "DELETE FROM dead WHERE place IN (SELECT place FROM (SELECT place, ROW_NUMBER() OVER "
-        "newest "
-        "AS number, SUM(LENGTH(body)) OVER newest AS bytes FROM dead WINDOW newest AS "
-        "(ORDER BY place DESC)) WHERE number > ? OR bytes > ?)");
-    drop.bind(1, static_cast<std::int64_t>(bounds.messages));
-    drop.bind(2, static_cast<std::int64_t>(bounds.bytes));
-    dropped = static_cast<std::size_t>(drop.exec());
-  });
-  return dropped;
-}
-
-void QueueStore::insertLetter(const BuriedMessage& letter) {
-  SQLite::Statement& insert = database_->insertDead;
-  const StatementUse use(insert);
-  bindMessage(insert, letter);
-  insert.bind(7, letter.status);
-  insert.bind(8, letter.reason);
-  insert.bind(9, letter.died);
-  insert.exec();
-}
-
-void QueueStore::importDead(const std::vector<BuriedMessage>& letters) {
-  database_->write(true, [&] {
-    for (const BuriedMessage& letter : letters) insertLetter(letter);
-  });
-}
-
-std::vector<BuriedMessage> QueueStore::deadLetters() {
-  return database_->read([&] {
-    std::vector<BuriedMessage> letters;
-    SQLite::Statement rows(database_->connection,
-                           std::string("SELECT ") + deadColumns + " FROM dead ORDER BY place");
-    while (rows.executeStep()) letters.push_back(deadLetterIn(rows));
-    return letters;
-  });
-}
-
-QueueChange QueueStore::revive(const std::optional<std::vector<std::string>>& ids) {
-  Database& database = *database_;
-  std::int64_t last = database.last;
-  QueueChange change;
-  database.write(true, [&] {
-    SQLite::Statement copy(database.connection,
-                           "INSERT INTO messages(sequence, id, module, body, accepted, run, "
-                           "ordinal) SELECT ?, id, module, body, accepted, 0, 0 FROM dead WHERE "
-                           "place = ?");
-    SQLite::Statement erase(database.connection, "DELETE FROM dead WHERE place = ?");
-    change = database.forDead(ids, [&](std::int64_t place) {
-      const StatementUse use(copy);
-      copy.bind(1, ++last);
-      copy.bind(2, place);
-      copy.exec();
-      database.run(erase, place);
-    });
-  });
-  database.last = last;
-  change.deadLetters = -change.deadLetters;
-  return change;
-}
-
-QueueChange QueueStore::purge(const std::optional<std::vector<std::string>>& ids) {
-  QueueChange change;
-  database_->write(true, [&] {
-    SQLite::Statement erase(database_->connection, "DELETE FROM dead WHERE place = ?");
-    change = database_->forDead(ids, [&](std::int64_t place) { database_->run(erase, place); });
-  });
-  return {0, 0, -change.deadLetters};
 }
 
 }  // namespace vantamo::core

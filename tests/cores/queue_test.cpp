@@ -157,7 +157,7 @@ TEST_F(DurableQueueTest, FoldersOfOtherProcessesAreLeftToThemAndTakenOverAfterwa
 
 TEST_F(DurableQueueTest, LargeMessagesComeThroughWhereverARecordEnds) {
   const auto queue = open();
-  for (const std::size_t size : {300'000, 1'000'000, 1, 1'048'576}) {
+  for (const std::size_t size : {300'000U, 1'000'000U, 1U, 1'048'576U}) {
     for (int i = 0; i < 8; ++i) queue->append(message(std::string(size, 'x')));
   }
   EXPECT_EQ(queue->takeIn().messages, 0);
