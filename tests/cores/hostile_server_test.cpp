@@ -12,6 +12,7 @@
 #include "cores/default/curl_transport.h"
 #include "cores/default/sender.h"
 #include "platform/linux/unique_fd.h"
+#include "tests/kit/figure.h"
 #include "tests/kit/host_test.h"
 #include "tools/local_endpoint.h"
 
@@ -201,7 +202,15 @@ TEST_F(HostTest, AHostileServerCostsLittleAndNoMessage) {
     if (i == 0) resident = residentBytes(), open = descriptors();  // what is loaded once is loaded
     EXPECT_EQ(descriptors(), open) << i;
   }
-  EXPECT_TRUE(isSanitized || residentBytes() - resident < 8L << 20U) << residentBytes() - resident;
+  const long grown = residentBytes() - resident;
+  EXPECT_TRUE(isSanitized || grown < 8L << 20U) << grown;
+  figure("A hostile server does no harm",
+         text(cases.size(),
+              " behaviours: silence, drips, resets, endless headers and bodies, "
+              "garbage, redirects"),
+         text("memory grew by ", grown / 1024,
+              " KiB, no descriptor is left, every message without "
+              "a 2xx answer is kept"));
 }
 
 // Unpacked, it would be malformed and cost the connection.
@@ -281,6 +290,9 @@ TEST_F(HostTest, NothingIsSentToAServerThatIsNotVerified) {
     EXPECT_EQ(problem, response.error);
     EXPECT_EQ(arrived, certificate == "good" ? 1 : 0);
   }
+  figure("Nothing is sent to a server that is not verified",
+         "a certificate of another host, an expired one, its own and an unknown authority's",
+         "0 of 4 requests have arrived; with a good one it has");
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "cores/default/host_reachability.h"
 #include "cores/default/network_state.h"
+#include "tests/kit/figure.h"
 #include "tests/kit/host_test.h"
 #include "vantamo/notification_center.h"
 
@@ -142,10 +143,13 @@ TEST(HostReachabilityTest, IsRightSoonAfterEveryChangeAndAfterAnOverrun) {
          {"link set v1 up", 1},
          {"route del 192.0.2.0/24 dev v0", 0},
          {"route add 192.0.2.0/24 dev v0", 1}}};
+    std::chrono::steady_clock::duration slowest{};
     for (std::size_t i = 0; i < 52; ++i) {
       const auto& [command, status] = changes.at(i % changes.size());
+      const auto begun = std::chrono::steady_clock::now();
       ip(command);
       ASSERT_TRUE(listener.waitFor(status, seconds(2))) << i << ": " << command;
+      slowest = std::max(slowest, std::chrono::steady_clock::now() - begun);
     }
     {
       const auto held = listener.hold();  // the handler of the first change blocks the watcher
@@ -158,6 +162,10 @@ TEST(HostReachabilityTest, IsRightSoonAfterEveryChangeAndAfterAnOverrun) {
       EXPECT_EQ(run("awk 'NR > 1 && $9 > 0 { lost = 1 } END { exit !lost }' /proc/net/netlink"), 0);
     }
     EXPECT_TRUE(listener.waitFor(2, seconds(2)));
+    figure("Reachability is right soon after every change",
+           "52 changes of a link or a route; then 5,000 at once, more than the system keeps",
+           text("slowest ", std::chrono::duration_cast<std::chrono::milliseconds>(slowest).count(),
+                " ms; right within 2 s after the loss"));
   });
 }
 

@@ -5,11 +5,10 @@
 
 #include <csignal>
 #include <cstdio>
-#include <iomanip>
-#include <iostream>
 #include <map>
 #include <set>
 
+#include "tests/kit/figure.h"
 #include "tests/kit/host_test.h"
 #include "tools/local_endpoint.h"
 
@@ -27,26 +26,6 @@ inline bool isSoak() {
   return soak != nullptr && std::string_view(soak) == "1";
 }
 inline int loops(int usually, int soaking) { return isSoak() ? soaking : usually; }
-
-template <class... Parts>
-std::string text(const Parts&... parts) {
-  std::ostringstream out;
-  (out << ... << parts);
-  return out.str();
-}
-
-/// Tells what was measured, also as a row of a table in the file that VANTAMO_FIGURES names.
-inline void figure(const std::string& promise, const std::string& how,
-                   const std::string& measured) {
-  std::cout << promise << "\n    " << how << "\n    -> " << measured << '\n';
-  if (const char* file = std::getenv("VANTAMO_FIGURES")) {
-    std::ofstream(file, std::ios::app)
-        << "| " << promise << " | " << how << " | " << measured << " |\n";
-  }
-}
-inline std::string milliseconds(long microseconds) {
-  return text(std::setprecision(3), static_cast<double>(microseconds) / 1000, " ms");
-}
 
 /// A port of this machine that refuses connections, or accepts them and never answers.
 class Port {
