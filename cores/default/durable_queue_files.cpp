@@ -107,7 +107,9 @@ void DurableQueue::restoreFiles() {
 
 void DurableQueue::restoreStore() {
   if (!spool_ || spool_->store().isInPlace(slot_->folder())) return;
+  spool_->store().leaveNamesAlone();
   auto fresh = std::make_unique<Spool>(slot_->folder(), ownSegments());
+  fresh->leaveOut(unsettled_);
   recount_ = true;
   try {
     moveMessages(spool_->store(), doneThrough_, fresh->store());

@@ -98,6 +98,12 @@ bool QueueStore::isInPlace(const platform::PrivateFolder& folder) const noexcept
 
 bool QueueStore::isLogInPlace() const noexcept { return platform::exists(logPath_); }
 
+void QueueStore::leaveNamesAlone() noexcept {
+  int keepsLog = 1;
+  sqlite3_file_control(database_->connection.getHandle(), "main", SQLITE_FCNTL_PERSIST_WAL,
+                       &keepsLog);
+}
+
 std::size_t QueueStore::importedOf(std::uint64_t segment) {
   return database_->read([&] {
     SQLite::Statement row(database_->connection, "SELECT imported FROM segments WHERE id = ?");

@@ -40,6 +40,10 @@ class QueueStore {
   [[nodiscard]] bool isInPlace(const platform::PrivateFolder& folder) const noexcept;
   [[nodiscard]] bool isLogInPlace() const noexcept;
 
+  /// The files have lost their names, and another database stands under them: closing must not
+  /// touch what is beside that.
+  void leaveNamesAlone() noexcept;
+
   /// How far the segment was imported; 0 when it is not known.
   [[nodiscard]] std::size_t importedOf(std::uint64_t segment);
   /// Adds messages behind all others, and notes that the segment was imported up to `position`

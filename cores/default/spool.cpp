@@ -97,9 +97,12 @@ Spool::Spool(const platform::PrivateFolder& folder, const std::vector<std::uint6
 void Spool::openStore(const platform::PrivateFolder& folder) {
   finishSettingAside(folder);
   if (folder.isHardLink(QueueStore::fileName)) setDatabaseAside(folder);
+  const std::string log = std::string(QueueStore::fileName) + "-wal";
+  // The log of an erased database would be taken for the new one's.
+  if (!contains(folder.names(), QueueStore::fileName)) folder.setAside(log);
   // Whatever else stands in the place of these two would be written through.
   folder.open(QueueStore::fileName);
-  folder.open(std::string(QueueStore::fileName) + "-wal");
+  folder.open(log);
   try {
     store_ = std::make_unique<QueueStore>(folder);
   } catch (const DamagedStore& damage) {
