@@ -125,6 +125,7 @@ QueueChange DurableQueue::purge(const std::optional<std::vector<std::string>>& i
 
 void DurableQueue::rest() noexcept {
   try {
+    if (spool_) restoreFiles();  // what was erased is known to the open ones alone
     settle();
   } catch (const std::exception&) {  // kept for the next opening
     markFailed_ = true;
