@@ -4,6 +4,7 @@
 
 #include <condition_variable>
 #include <cstdlib>
+#include <thread>
 
 #include "cores/default/host_reachability.h"
 #include "cores/default/network_state.h"
@@ -192,6 +193,8 @@ TEST(HostReachabilityTest, ANameThatCannotBeFoundIsNotReachable) {
             "ip link set v0 up && ip link set v1 up") != 0) {
       _exit(77);
     }
+    alarm(20);
+    while (core::statusOfRoutes() != 1) std::this_thread::yield();  // the link comes up by and by
     HostReachability watcher("tags.invalid", [](long long) {});
     EXPECT_EQ(watcher.currentReachabilityStatus(), 1);  // by the routes, until it is looked up
     Listener listener(watcher);
