@@ -27,11 +27,20 @@ function(vantamo_library target)
   add_library(Vantamo::${target} ALIAS ${target})
   vantamo_compile_options(${target})
   set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  # An optimised build is small but for what runs at each event; and a host's linker can leave out
+  # what the host has no use for.
+  target_compile_options(${target} PRIVATE
+    $<$<CONFIG:Release>:-Os> -ffunction-sections -fdata-sections)
   # Never unloaded, and nor is a plug-in of the host's that contains us: threads may be inside, and
   # what is made once stays.
   target_link_options(${target} PUBLIC "LINKER:-z,nodelete")
   target_include_directories(${target} PUBLIC
     $<BUILD_INTERFACE:${Vantamo_SOURCE_DIR}/include>)
+endfunction()
+
+# vantamo_fast(SOURCE...): sources of this folder that run at each event.
+function(vantamo_fast)
+  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS $<$<CONFIG:Release>:-O3>)
 endfunction()
 
 # vantamo_core(TARGET NAME SOURCE...): a core, known to hosts as Vantamo::NAME.

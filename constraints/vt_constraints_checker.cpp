@@ -1,5 +1,6 @@
 #include "constraints/vt_constraints_checker.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <string>
@@ -10,7 +11,10 @@
 #include "support/utf.h"
 
 using vantamo::Text;
+using vantamo::TextList;
 using vantamo::Value;
+using vantamo::constraints::Argument;
+using vantamo::constraints::Limit;
 using vantamo::support::debugLog;
 using vantamo::support::withValues;
 
@@ -33,6 +37,8 @@ Value::Map buildAllConstraints() {
 
 // The limits of one parameter, as far as they apply: an absent member and a limit of 0 are none.
 struct ParameterLimits {
+  explicit ParameterLimits(const Limit& limit)
+      : refusesEmpty(limit.required), length(limit.length), count(limit.count) {}
   explicit ParameterLimits(const Value::Map& members) {
     if (const Value* required = members.find("required")) refusesEmpty = required->number() != 0;
     length = limitAt(members, "length");
@@ -46,10 +52,11 @@ struct ParameterLimits {
   static bool exceeds(std::size_t measured, double limit) {
     return limit > 0 && static_cast<double>(measured) > limit;
   }
-  [[nodiscard]] bool tooLong(const std::string& text) const {
-    return exceeds(vantamo::support::utf16Length(text), length);
+  [[nodiscard]] bool tooLong(std::string_view text) const {
+    // No text has more UTF-16 code units than bytes.
+    return exceeds(text.size(), length) && exceeds(vantamo::support::utf16Length(text), length);
   }
-  [[nodiscard]] bool refuses(const std::string& text) const { return refusesEmpty && text.empty(); }
+  [[nodiscard]] bool refuses(std::string_view text) const { return refusesEmpty && text.empty(); }
 
   bool refusesEmpty = false;
   double length = 0;
@@ -70,8 +77,7 @@ void logViolation(std::string_view message, std::string_view parameter, std::str
       checkOperation, [&] { return withValues(message, parameter, value); }, line);
 }
 
-bool satisfiesString(std::string_view name, const std::string& value,
-                     const ParameterLimits& limits) {
+bool satisfiesText(std::string_view name, std::string_view value, const ParameterLimits& limits) {
   if (limits.refuses(value)) {
     logViolation("Failed value constraint check for parameter:%@ and value:%@", name, value);
     return false;
@@ -84,28 +90,42 @@ bool satisfiesString(std::string_view name, const std::string& value,
   return true;
 }
 
-bool satisfiesCount(std::string_view name, const Value::List& list, const ParameterLimits& limits) {
-  if (!ParameterLimits::exceeds(list.size(), limits.count)) return true;
+bool satisfiesCount(std::string_view name, std::size_t size, const ParameterLimits& limits) {
+  if (!ParameterLimits::exceeds(size, limits.count)) return true;
   logViolation("Failed count constraint check for parameter:%@ and count:%@", name,
                numberText(limits.count));
   return false;
 }
 
-bool satisfiesEntries(std::string_view name, const Value::List& list,
-                      const ParameterLimits& limits) {
+std::string_view entryOf(const Value::List& list, std::size_t index) {
+  return list[index].string();
+}
+std::string_view entryOf(const TextList& list, std::size_t index) { return list[index]; }
+
+template <class List>
+bool satisfiesEntries(std::string_view name, const List& list, const ParameterLimits& limits) {
   if (!limits.refusesEmpty && limits.length <= 0) return true;
-  for (const Value& entry : list) {
-    if (limits.refuses(entry.string())) {
-      logViolation("Failed value constraint check for parameter:%@ and value:%@", name,
-                   entry.string());
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    const std::string_view entry = entryOf(list, i);
+    if (limits.refuses(entry)) {
+      logViolation("Failed value constraint check for parameter:%@ and value:%@", name, entry);
       return false;
     }
-    if (limits.tooLong(entry.string())) {
+    if (limits.tooLong(entry)) {
       logViolation("Failed value constraint check for parameter:%@ and length:%@", name,
                    numberText(limits.length));
       return false;
     }
   }
+  return true;
+}
+
+// Whether the check goes on after this list; what it violates by itself enters `result`.
+template <class List>
+bool satisfiesList(std::string_view name, const List& list, const ParameterLimits& limits,
+                   bool& result) {
+  if (!satisfiesCount(name, list.size(), limits)) return result = false;
+  result = satisfiesEntries(name, list, limits) && result;
   return true;
 }
 
@@ -139,17 +159,35 @@ bool VTConstraintsChecker::satisfy(const Value::Map& parameters, const Value::Ma
       if (value == nullptr || value->isNull()) continue;
       const ParameterLimits limits(members.map());
       if (const std::string* text = value->ifString()) {
-        if (!satisfiesString(name, *text, limits)) {
+        if (!satisfiesText(name, *text, limits)) {
           result = false;
           return;
         }
       }
-      if (const Value::List* list = value->ifList()) {
-        if (!satisfiesCount(name, *list, limits)) {
-          result = false;
-          return;
-        }
-        result = satisfiesEntries(name, *list, limits) && result;
+      const Value::List* list = value->ifList();
+      if (list != nullptr && !satisfiesList(name, *list, limits, result)) return;
+    }
+  });
+}
+
+bool VTConstraintsChecker::satisfy(std::span<const Argument> arguments, Text apiName) {
+  return vantamo::support::guarded(checkOperation, true, [&](bool& result) {
+    const std::span<const Limit> all = vantamo::constraints::builtInLimits();
+    const auto isOfApi = [&](const Limit& limit) { return limit.apiName == apiName.view(); };
+    auto row = std::ranges::find_if(all, isOfApi);
+    for (; row != all.end() && isOfApi(*row); ++row) {
+      const Limit& limit = *row;
+      const auto argument = std::ranges::find(arguments, limit.parameter, &Argument::name);
+      if (argument == arguments.end()) continue;
+      const ParameterLimits limits(limit);
+      if (argument->text.present() &&
+          !satisfiesText(argument->name, argument->text.view(), limits)) {
+        result = false;
+        return;
+      }
+      if (argument->list.present() &&
+          !satisfiesList(argument->name, argument->list, limits, result)) {
+        return;
       }
     }
   });

@@ -23,6 +23,13 @@ struct Limit {
 /// The built-in limits, in the order in which they are checked.
 [[nodiscard]] std::span<const Limit> builtInLimits();
 
+/// One argument of an event under its name; a text or a list, the other one absent.
+struct Argument {
+  std::string_view name;
+  Text text;
+  TextList list;
+};
+
 }  // namespace vantamo::constraints
 
 /// Tells whether the arguments of an event are within the limits. It changes nothing; the first
@@ -41,6 +48,9 @@ class VTConstraintsChecker {
 
   /// Checks against the built-in limits of one API; an unknown API has none.
   static bool satisfy(const vantamo::Value::Map& parameters, vantamo::Text apiName);
+  /// The same for arguments as the host has given them, without a map of them.
+  static bool satisfy(std::span<const vantamo::constraints::Argument> arguments,
+                      vantamo::Text apiName);
   /// Checks against one API's limits. A string or a list's size over its limit ends the check; a
   /// violation inside a list ends that list only, so later parameters may be logged too.
   static bool satisfy(const vantamo::Value::Map& parameters,

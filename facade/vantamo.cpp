@@ -3,12 +3,12 @@
 #include <type_traits>
 
 #include "constraints/vt_constraints_checker.h"
+#include "facade/parameters.h"
 #include "module/vt_mod.h"
 #include "platform/environment.h"
 #include "platform/system_log.h"
 #include "support/guarded.h"
 #include "tags/event_formats.h"
-#include "tags/parameters.h"
 
 using vantamo::Text;
 using vantamo::support::guarded;
@@ -22,8 +22,8 @@ bool fire(const tags::EventFormat<Event>& format, const Event& event,
           std::type_identity_t<bool (VTMod::*)(const Event&)> fireEvent) {
   return guarded(format.facadeOperation, false, [&](bool& result) {
     const bool fired = (VTMod::sharedInstance().*fireEvent)(event);
-    const bool satisfied =
-        VTConstraintsChecker::satisfy(tags::parametersOf(format, event), Text(format.name));
+    const vantamo::facade::Parameters parameters(format, event);
+    const bool satisfied = VTConstraintsChecker::satisfy(parameters.arguments(), Text(format.name));
     result = fired && satisfied;
   });
 }

@@ -4,6 +4,7 @@
 
 #include "fuzz/fuzz.h"
 #include "support/json.h"
+#include "support/json_object.h"
 
 void vantamo::fuzz::check(std::string_view input) {
   // A line each: a key, its value, the next key.
@@ -29,4 +30,17 @@ void vantamo::fuzz::check(std::string_view input) {
     written[charactersOf(key)] = charactersOf(value.at(0).get<std::string>());
   }
   require(written == expected, "the characters are the same");
+  // The writer of tags, whose keys differ as bytes but may be the same characters.
+  support::JsonObject object;
+  std::map<std::u32string, std::u32string> flat;
+  for (const auto& [key, value] : map) {
+    const std::string& text = value.list().at(0).string();
+    if (!flat.emplace(charactersOf(key), charactersOf(text)).second) continue;
+    object.add(key, text);
+  }
+  std::map<std::u32string, std::u32string> flatWritten;
+  for (const auto& [key, value] : nlohmann::json::parse(object.text()).items()) {
+    flatWritten[charactersOf(key)] = charactersOf(value.get<std::string>());
+  }
+  require(flatWritten == flat, "a tag's characters are the same");
 }

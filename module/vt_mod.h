@@ -85,7 +85,7 @@ class VTMod final : public NQLifecycleObject {
   // Posting (vt_mod_posting.cpp). True when the tag was handed to the core; false too when it
   // waits in the buffer for the network.
 
-  bool postTagDictionary(const VTTagDictionary& tag);
+  bool postTagDictionary(VTTagDictionary tag);
   bool postTagString(const VTTag& tag);
 
   // Headers (vt_mod_headers.cpp): the core asks for them when it sends a message.
@@ -128,7 +128,6 @@ class VTMod final : public NQLifecycleObject {
 
  private:
   using Tag = VTTagsRingBuffer::Tag;
-  using MakeMessage = std::unique_ptr<NQMessage> (*)(const vantamo::Value& tag);
 
   VTMod();
 
@@ -143,9 +142,9 @@ class VTMod final : public NQLifecycleObject {
   bool fire(const vantamo::tags::EventFormat<Event>& format, const Event& event,
             std::type_identity_t<bool (VTTagDictionary::*)(const Event&)> makeTag);
 
-  void postDirectly(const vantamo::Value& tag, MakeMessage makeMessage);
-  bool postThroughBuffer(Tag tag, MakeMessage makeMessage);
-  bool post(std::string_view operation, vantamo::Value tag, MakeMessage makeMessage);
+  static void postDirectly(Tag tag);
+  bool postThroughBuffer(Tag tag);
+  bool post(std::string_view operation, vantamo::state::StoredTag tag);
   static void flushIfManual(std::string_view operation);
 
   std::recursive_mutex lifecycleMutex_;  // one start or stop at a time

@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "module/vt_mod.h"
 #include "support/guarded.h"
 #include "tags/attributes.h"
@@ -52,7 +54,7 @@ bool VTMod::fire(const tags::EventFormat<Event>& format, const Event& event,
       }
     }
     auto tag = VTTagDictionary::tagWithApplicationName(applicationName(), clientId());
-    result = (tag.*makeTag)(filled) && postTagDictionary(tag);
+    result = (tag.*makeTag)(filled) && postTagDictionary(std::move(tag));
   });
 }
 

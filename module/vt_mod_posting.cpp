@@ -5,22 +5,16 @@
 #include "support/guarded.h"
 #include "tags/vt_message.h"
 
-using vantamo::Value;
+using vantamo::state::StoredTag;
 using vantamo::support::debugLog;
 using vantamo::support::guarded;
 
-bool VTMod::postTagDictionary(const VTTagDictionary& tag) {
-  return post("-[VTMod postTagDictionary:]", tag.tagDictionary(),
-              [](const Value& stored) -> std::unique_ptr<NQMessage> {
-                return VTMessage::initWithDictionary(stored.map());
-              });
+bool VTMod::postTagDictionary(VTTagDictionary tag) {
+  return post("-[VTMod postTagDictionary:]", {StoredTag::Form::json, std::move(tag).json()});
 }
 
 bool VTMod::postTagString(const VTTag& tag) {
-  return post("-[VTMod postTagString:]", tag.tag(),
-              [](const Value& stored) -> std::unique_ptr<NQMessage> {
-                return VTMessage::initWithQueryString(stored.string());
-              });
+  return post("-[VTMod postTagString:]", {StoredTag::Form::queryString, tag.tag()});
 }
 
 bool VTMod::networkIsReachable() const {
@@ -28,14 +22,15 @@ bool VTMod::networkIsReachable() const {
   return status == NQReachability::reachableViaWiFi || status == NQReachability::reachableViaWWAN;
 }
 
-bool VTMod::post(std::string_view operation, Value tag, MakeMessage makeMessage) {
+bool VTMod::post(std::string_view operation, StoredTag tag) {
   return guarded(operation, false, [&](bool& result) {
     if (!canFire()) return;
     const auto captureAll =
         NQCore::sharedInstance().getConfigItem("CaptureAllOfflineTags", moduleName);
+    auto stored = std::make_shared<const StoredTag>(std::move(tag));
     if (captureAll && captureAll->booleanMeaning()) {
-      postDirectly(tag, makeMessage);
-    } else if (!postThroughBuffer(std::make_shared<const Value>(std::move(tag)), makeMessage)) {
+      postDirectly(std::move(stored));
+    } else if (!postThroughBuffer(std::move(stored))) {
       return;
     }
     flushIfManual(operation);
@@ -43,13 +38,13 @@ bool VTMod::post(std::string_view operation, Value tag, MakeMessage makeMessage)
   });
 }
 
-void VTMod::postDirectly(const Value& tag, MakeMessage makeMessage) {
-  NQCore::sharedInstance().postMessage(makeMessage(tag), moduleName);
+void VTMod::postDirectly(Tag tag) {
+  NQCore::sharedInstance().postMessage(VTMessage::initWithTag(std::move(tag)), moduleName);
 }
 
 // Appends, then hands over oldest first for as long as the network is there. An entry leaves the
 // buffer only after it was posted, so that an exception on the way does not lose it.
-bool VTMod::postThroughBuffer(Tag tag, MakeMessage makeMessage) {
+bool VTMod::postThroughBuffer(Tag tag) {
   const std::scoped_lock lock(postingMutex_);
   if (vtTagsRingBuffer_ == nullptr) throw std::logic_error("the core has not enabled the module");
   VTTagsRingBuffer& buffer = *vtTagsRingBuffer_;
@@ -63,7 +58,7 @@ bool VTMod::postThroughBuffer(Tag tag, MakeMessage makeMessage) {
   while (networkIsReachable()) {
     const Tag oldest = buffer.objectAtIndex(0);
     if (oldest == nullptr) break;
-    postDirectly(*oldest, makeMessage);
+    postDirectly(oldest);
     // Not so when a full buffer has dropped it meanwhile.
     if (buffer.objectAtIndex(0) == oldest) buffer.removeObjectAtIndex(0);
   }

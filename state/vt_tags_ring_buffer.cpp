@@ -20,7 +20,7 @@ void VTTagsRingBuffer::addObject(Tag tag) {
     } else if (ringBuffer_.empty()) {
       throw std::out_of_range("no oldest tag to remove");
     } else {
-      ringBuffer_.pop_front();
+      ringBuffer_.erase(ringBuffer_.begin());
     }
   }
   if (tag == nullptr) throw std::invalid_argument("a missing tag cannot be added");
@@ -46,10 +46,10 @@ void VTTagsRingBuffer::removeObjectAtIndex(std::size_t index) {
 
 std::vector<VTTagsRingBuffer::Tag> VTTagsRingBuffer::ringBuffer() const {
   const MutexLock lock(mutex_);
-  return {ringBuffer_.begin(), ringBuffer_.end()};
+  return ringBuffer_;
 }
 
 void VTTagsRingBuffer::setRingBuffer(const std::vector<Tag>& tags) {
   const MutexLock lock(mutex_);
-  ringBuffer_.assign(tags.begin(), tags.end());
+  ringBuffer_ = tags;
 }

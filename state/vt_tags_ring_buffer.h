@@ -2,12 +2,11 @@
 
 #include <atomic>
 #include <cstddef>
-#include <deque>
 #include <memory>
 #include <vector>
 
 #include "platform/mutex.h"
-#include "vantamo/value.h"
+#include "state/stored_tag.h"
 
 /// A bounded list of tags that could not be posted at once, oldest first, and the flag that marks
 /// the next page view as the first of its session. In memory only.
@@ -18,8 +17,7 @@
 /// Each operation is safe from any thread; a sequence of them is the caller's to keep together.
 class VTTagsRingBuffer {
  public:
-  /// A tag as its poster stores it: a map or a finished query string.
-  using Tag = std::shared_ptr<const vantamo::Value>;
+  using Tag = std::shared_ptr<const vantamo::state::StoredTag>;
 
   static VTTagsRingBuffer& sharedInstance();
 
@@ -55,5 +53,5 @@ class VTTagsRingBuffer {
   std::atomic<bool> firstPageView_{true};
   std::atomic<std::size_t> maxTagsCount_{10};
   mutable vantamo::platform::Mutex mutex_;
-  std::deque<Tag> ringBuffer_ VANTAMO_GUARDED_BY(mutex_);
+  std::vector<Tag> ringBuffer_ VANTAMO_GUARDED_BY(mutex_);
 };

@@ -19,9 +19,14 @@ namespace vantamo::tags {
 /// Calls `add(key, value)` with each numbered attribute that goes onto the wire.
 template <class Add>
 void forEachAttribute(TextList list, int code, Add&& add) {
-  const std::string stem = std::string(attributePrefix(code)).append(attributeInfix(code));
+  std::string key = std::string(attributePrefix(code)).append(attributeInfix(code));
+  const std::size_t stem = key.size();
   const std::size_t count = std::min(list.size(), mostAttributes);
-  for (std::size_t i = 0; i < count; ++i) add(stem + std::to_string(i + 1), list[i]);
+  for (std::size_t i = 0; i < count; ++i) {
+    key.resize(stem);
+    key += std::to_string(i + 1);
+    add(std::string_view(key), list[i]);
+  }
 }
 
 }  // namespace vantamo::tags

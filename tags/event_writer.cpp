@@ -1,7 +1,5 @@
 #include "tags/event_writer.h"
 
-#include <array>
-#include <charconv>
 #include <cmath>
 #include <cstdint>
 
@@ -20,12 +18,7 @@ std::string screenLengthText(double points) {
 
 }  // namespace
 
-std::string sendTimeText() {
-  std::array<char, 32> text{};
-  const auto end = std::to_chars(text.data(), text.data() + text.size(),
-                                 platform::secondsSince1970(), std::chars_format::fixed, 0);
-  return {text.data(), end.ptr};
-}
+std::string sendTimeText() { return std::to_string(std::llrint(platform::secondsSince1970())); }
 
 std::string fixedValueText(const FixedValue& value) {
   switch (value.source) {

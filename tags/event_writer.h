@@ -11,6 +11,9 @@ namespace vantamo::tags {
 /// Stands for an absent value where a value is printed.
 inline constexpr std::string_view absentPrinted = "(null)";
 
+/// The key of the marketing location, which an event may set before the envelope does.
+inline constexpr std::string_view locationKey = "ul";
+
 /// Seconds since 1970 as they go onto the wire: whole, without decimals.
 [[nodiscard]] std::string sendTimeText();
 /// The value of a key that is no argument.
@@ -55,7 +58,7 @@ void writeEvent(const EventFormat<Event>& format, const Event& event,
     if (field.form == Form::optional || (field.form == Form::paired && pairComplete)) {
       sink.add(field.key, value);
     } else if (field.form == Form::marketing) {
-      sink.add("ul", locationText(applicationName, value));
+      sink.add(locationKey, locationText(applicationName, value));
     }
   }
   const Field<Event>* attributes = format.attributes();

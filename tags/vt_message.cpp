@@ -2,8 +2,11 @@
 
 #include <algorithm>
 
+#include "support/json.h"
+
 using vantamo::Text;
 using vantamo::Value;
+using vantamo::state::StoredTag;
 
 std::unique_ptr<VTMessage> VTMessage::initWithDictionary(const Value::Map& dictionary) {
   auto message = std::make_unique<VTMessage>();
@@ -16,10 +19,27 @@ std::unique_ptr<VTMessage> VTMessage::initWithQueryString(Text queryString) {
   return initWithDictionary(vantamo::tags::dictionaryWithQueryString(queryString.view()));
 }
 
-Value::Map VTMessage::jsonDictionary() {
-  if (!dictionary_) dictionary_ = NQMessage::jsonDictionary();
-  return *dictionary_;
+std::unique_ptr<VTMessage> VTMessage::initWithTag(std::shared_ptr<const StoredTag> tag) {
+  if (tag->form == StoredTag::Form::queryString) return initWithQueryString(tag->text);
+  auto message = std::make_unique<VTMessage>();
+  // A core that adds entries of its own needs the map.
+  if (!message->NQMessage::jsonDictionary().empty()) {
+    return initWithDictionary(vantamo::support::parseJson(tag->text).map());
+  }
+  message->tag_ = std::move(tag);
+  return message;
 }
+
+std::optional<Value::Map> VTMessage::dictionary() const {
+  return tag_ != nullptr ? vantamo::support::parseJson(tag_->text).map() : dictionary_;
+}
+
+Value::Map VTMessage::jsonDictionary() {
+  if (tag_ == nullptr && !dictionary_) dictionary_ = NQMessage::jsonDictionary();
+  return *dictionary();
+}
+
+Text VTMessage::jsonText() const { return tag_ != nullptr ? Text(tag_->text) : Text(); }
 
 namespace vantamo::tags {
 namespace {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "state/stored_tag.h"
 #include "vantamo/nq_core.h"
 
 /// The core message that carries one tag as a map. Belongs to the core once it is posted.
@@ -14,17 +16,24 @@ class VTMessage : public NQMessage {
   /// The base message's entries, then those of the tag, which win.
   static std::unique_ptr<VTMessage> initWithQueryString(vantamo::Text queryString);
   static std::unique_ptr<VTMessage> initWithDictionary(const vantamo::Value::Map& dictionary);
+  /// The same of a tag in the form that it is stored in, which is read only for a core that wants
+  /// the map, or adds entries to it.
+  static std::unique_ptr<VTMessage> initWithTag(
+      std::shared_ptr<const vantamo::state::StoredTag> tag);
 
   /// A new copy at every call.
   vantamo::Value::Map jsonDictionary() override;
+  [[nodiscard]] vantamo::Text jsonText() const override;
 
-  [[nodiscard]] const std::optional<vantamo::Value::Map>& dictionary() const { return dictionary_; }
+  [[nodiscard]] std::optional<vantamo::Value::Map> dictionary() const;
   void setDictionary(std::optional<vantamo::Value::Map> dictionary) {
     dictionary_ = std::move(dictionary);
+    tag_ = nullptr;
   }
 
  private:
   std::optional<vantamo::Value::Map> dictionary_;
+  std::shared_ptr<const vantamo::state::StoredTag> tag_;  // in its place
 };
 
 namespace vantamo::tags {

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "support/json_object.h"
 #include "tags/tag_operations.h"
 #include "vantamo/value.h"
 
@@ -12,9 +14,12 @@
 ///
 ///   auto tag = VTTagDictionary::tagWithApplicationName("App", "123");
 ///   tag.makeProductViewTag({.pageId = "p", .productId = "sku-1", .productName = "Shoe"});
-///   post(tag.tagDictionary());
+///   post(std::move(tag).json());
 ///
 /// The operations never empty `tagDict`: a second event would add to the first.
+///
+/// A builder's one event is written as the JSON that is sent, at once. A map is made of it for
+/// whoever asks for one, and from then on kept by a builder that is used on.
 class VTTagDictionary : public vantamo::tags::TagOperations<VTTagDictionary> {
  public:
   static VTTagDictionary tagWithApplicationName(vantamo::Text applicationName,
@@ -22,10 +27,12 @@ class VTTagDictionary : public vantamo::tags::TagOperations<VTTagDictionary> {
 
   VTTagDictionary() = default;
 
-  [[nodiscard]] const vantamo::Value::Map& tagDict() const { return tagDict_; }
-  void setTagDict(vantamo::Value::Map tagDict) { tagDict_ = std::move(tagDict); }
+  [[nodiscard]] vantamo::Value::Map tagDict() const;
+  void setTagDict(vantamo::Value::Map tagDict);
   /// A copy that later changes to the builder do not reach.
-  [[nodiscard]] vantamo::Value::Map tagDictionary() const { return tagDict_; }
+  [[nodiscard]] vantamo::Value::Map tagDictionary() const { return tagDict(); }
+  /// The map as a JSON object, which leaves the builder.
+  [[nodiscard]] std::string json() &&;
 
   /// The numbered attributes, key to value.
   [[nodiscard]] static vantamo::Value::Map attributesDictionaryFrom(vantamo::TextList attributes,
@@ -35,7 +42,7 @@ class VTTagDictionary : public vantamo::tags::TagOperations<VTTagDictionary> {
   /// The digest alone.
   [[nodiscard]] static std::string sha1From(vantamo::Text text);
 
-  // The event sink.
+  // The event sink. Between two envelopes each key is added once.
   static constexpr bool isMap = true;
   void start() {}
   void add(std::string_view key, vantamo::Text value);
@@ -44,5 +51,10 @@ class VTTagDictionary : public vantamo::tags::TagOperations<VTTagDictionary> {
  private:
   using TagOperations::TagOperations;
 
-  vantamo::Value::Map tagDict_;
+  [[nodiscard]] bool hasLocation() const;
+
+  vantamo::support::JsonObject json_;
+  bool locationAdded_ = false;
+  bool finished_ = false;
+  std::optional<vantamo::Value::Map> map_;  // in the place of all these, once there is one
 };

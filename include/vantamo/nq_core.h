@@ -35,6 +35,11 @@ class NQMessage {
   /// What is serialised as the message's body: a new map at every call. The base class answers the
   /// members that the core adds to every message. Defined by the core.
   virtual vantamo::Value::Map jsonDictionary();
+
+  /// The same as JSON text, from a message that has it ready: a core that has no use for the map
+  /// keeps these bytes, and spares the host's thread the writing. Absent: there is only the map.
+  /// The view holds as long as the message.
+  [[nodiscard]] virtual vantamo::Text jsonText() const { return {}; }
 };
 
 /// What a module may do with a request before the core sends it.

@@ -8,12 +8,15 @@
 namespace vantamo::test {
 namespace {
 
-VTTagsRingBuffer::Tag tag(int number) { return std::make_shared<const Value>(number); }
+VTTagsRingBuffer::Tag tag(int number) {
+  return std::make_shared<const state::StoredTag>(
+      state::StoredTag{state::StoredTag::Form::queryString, std::to_string(number)});
+}
 
 std::vector<int> held(const VTTagsRingBuffer& buffer) {
   std::vector<int> numbers;
   for (std::size_t i = 0; i < buffer.count(); ++i) {
-    numbers.push_back(static_cast<int>(buffer.objectAtIndex(i)->number()));
+    numbers.push_back(std::stoi(buffer.objectAtIndex(i)->text));
   }
   return numbers;
 }

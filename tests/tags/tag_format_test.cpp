@@ -5,6 +5,7 @@
 #include "platform/sha1.h"
 #include "state/vt_mod_session.h"
 #include "state/vt_tags_ring_buffer.h"
+#include "support/json.h"
 #include "tags/vt_message.h"
 #include "tags/vt_tag.h"
 #include "tags/vt_tag_dictionary.h"
@@ -183,6 +184,22 @@ TEST_F(TagFormatTest, FirstPageViewBecomesTechnicalPropertiesOnce) {
   }
   EXPECT_THAT(codes, testing::ElementsAre("6", "1"));
   EXPECT_FALSE(buffer.firstPageView());
+}
+
+TEST_F(TagFormatTest, AMapBuilderThatIsUsedOnAddsToItsMap) {
+  auto builder = VTTagDictionary::tagWithApplicationName("App", "123");
+  builder.makeElementTag({.elementId = "e", .elementCategory = "\"\\\n\xff"});
+  EXPECT_EQ(support::parseJson(VTTagDictionary(builder).json()).map(), builder.tagDict());
+  const Value::Map first = builder.tagDictionary();
+  builder.makeProductViewTag({.pageId = "p", .productId = "1", .productName = "n"});
+  EXPECT_EQ(first.stringAt("tid"), "15");
+  EXPECT_EQ(builder.tagDict().stringAt("tid"), "5");
+  EXPECT_EQ(builder.tagDict().stringAt("eid"), "e");
+  EXPECT_EQ(support::parseJson(VTTagDictionary(builder).json()).map(), builder.tagDict());
+  builder.setTagDict({{"ul", "there"}});
+  builder.buildFinalDictionary();
+  EXPECT_EQ(builder.tagDict().stringAt("ul"), "there");
+  EXPECT_EQ(builder.tagDict().find("tid"), nullptr);
 }
 
 TEST_F(TagFormatTest, ScreenLengthsAreTruncatedIntegers) {

@@ -41,6 +41,22 @@ TEST_F(ModuleTest, MessageMergesTheTagIntoTheBaseMessage) {
   first.set("a", "changed");
   EXPECT_EQ(message->jsonDictionary(), expected);
 
+  const auto stored = [](const char* json) {
+    return std::make_shared<const state::StoredTag>(
+        state::StoredTag{state::StoredTag::Form::json, json});
+  };
+  const auto tagged = VTMessage::initWithTag(stored(R"({"a":"tag","b":"2"})"));
+  EXPECT_EQ(tagged->jsonDictionary(), expected);
+  EXPECT_FALSE(tagged->jsonText().present());  // it lacks what the core adds
+  core.baseMessage = {};
+  const auto ready = VTMessage::initWithTag(stored(R"({"a":"tag"})"));
+  EXPECT_EQ(ready->jsonText().view(), R"({"a":"tag"})");
+  EXPECT_EQ(ready->jsonDictionary(), (Value::Map{{"a", "tag"}}));
+  ready->setDictionary(Value::Map{{"a", "other"}});
+  EXPECT_FALSE(ready->jsonText().present());
+  EXPECT_EQ(ready->jsonDictionary(), (Value::Map{{"a", "other"}}));
+  core.baseMessage = {{"a", "base"}, {"z", 1}};
+
   VTMessage plain;
   EXPECT_FALSE(plain.dictionary());
   EXPECT_EQ(plain.jsonDictionary(), core.baseMessage);
