@@ -18,7 +18,7 @@ void vantamo::fuzz::check(std::string_view input) {
   const auto choice = static_cast<unsigned char>(input[0]);
   {
     core::DurableQueue queue(folder);
-    queue.append({id, "VTMod", "old", 0, 0, 0});
+    queue.append({id, "VTMod", "old", 0});
     static_cast<void>(queue.takeIn());
   }
   const auto path = std::filesystem::path(folder) / "0" / names[choice % names.size()];
@@ -29,13 +29,13 @@ void vantamo::fuzz::check(std::string_view input) {
   writeFile(path, choice % 8 < 4 ? content : std::string(input.substr(1)));
 
   core::DurableQueue queue(folder);
-  queue.append({id.substr(0, 35) + "0", "VTMod", "new", 0, 0, 0});
+  queue.append({id.substr(0, 35) + "0", "VTMod", "new", 0});
   bool found = false;
   for (int attempts = 0; attempts < 3 && !found; ++attempts) {
     static_cast<void>(queue.takeIn());
     while (const core::QueuedMessage* front = queue.front()) {
       found = found || front->body == "new";
-      queue.delivered();
+      queue.delivered(front->id);
     }
   }
   require(found, "a queue takes and gives messages whatever it has found");

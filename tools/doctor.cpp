@@ -189,7 +189,7 @@ void checkName(const Endpoint& endpoint, const core::Proxies& proxies, Findings&
   const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(found, &freeaddrinfo);
   std::string text = endpoint.host + " is";
   for (const addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
-    text += " " + numeric(*entry);
+    text.append(" ").append(numeric(*entry));
   }
   findings.ok("name", text);
 }

@@ -57,6 +57,10 @@ class LocalEndpoint {
     thread_.join();
   }
 
+  /// The server ends a connection after so many requests, a few unless set; to be called before the
+  /// first request.
+  void setRequestsPerConnection(std::size_t count) { server_.set_keep_alive_max_count(count); }
+
   [[nodiscard]] std::string url() const {
     return "http://127.0.0.1:" + std::to_string(port_) + "/collect";
   }

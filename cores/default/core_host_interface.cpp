@@ -33,6 +33,7 @@ bool DefaultCore::setOptions(default_core::Options options) {
   const bool valid = holds(options.maxQueuedMessages, queuedMessagesRange) &&
                      holds(options.maxQueueBytes, queueBytesRange) &&
                      holds(options.maxDeadLetters, deadLettersRange) &&
+                     holds(options.maxConcurrentPosts, concurrentPostsRange) &&
                      (!options.queueFolder || options.queueFolder->starts_with('/'));
   const platform::MutexLock lock(mutex_);
   if (!valid || used_) return false;

@@ -129,6 +129,7 @@ void DefaultCore::configure(Delivery& delivery, const CoreSettings& settings) {
     chosen.maxQueuedMessages = options_.maxQueuedMessages.value_or(settings.maxQueuedMessages);
     chosen.maxQueueBytes = options_.maxQueueBytes.value_or(settings.maxQueueBytes);
     chosen.maxDeadLetters = options_.maxDeadLetters.value_or(settings.maxDeadLetters);
+    chosen.maxConcurrentPosts = options_.maxConcurrentPosts.value_or(settings.maxConcurrentPosts);
   }
   curlOptions_->connectTimeout = settings.connectTimeout;
   curlOptions_->requestTimeout = settings.requestTimeout;
@@ -192,6 +193,8 @@ void DefaultCore::postMessage(std::unique_ptr<NQMessage> message, std::string_vi
   if (message == nullptr || delivery == nullptr) {
     throw std::logic_error("a message can be posted only after a module was enabled");
   }
+  const Text ready = message->jsonText();
+  if (ready.present()) return delivery->post(moduleName, ready.view());
   delivery->post(moduleName, support::writeJson(message->jsonDictionary()));
 }
 

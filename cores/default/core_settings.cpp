@@ -118,6 +118,7 @@ ParsedCoreSettings parseCoreSettings(const Value::Map& items) {
   read.count("MaxQueuedMessages", settings.maxQueuedMessages, queuedMessagesRange);
   read.count("MaxQueueBytes", settings.maxQueueBytes, queueBytesRange);
   read.count("MaxDeadLetters", settings.maxDeadLetters, deadLettersRange);
+  read.count("MaxConcurrentPosts", settings.maxConcurrentPosts, concurrentPostsRange);
   return parsed;
 }
 

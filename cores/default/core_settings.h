@@ -24,6 +24,8 @@ struct CoreSettings {
   std::size_t maxQueuedMessages = 10'000;
   std::size_t maxQueueBytes = 20UL * 1024 * 1024;
   std::size_t maxDeadLetters = 1000;
+  /// Requests that may be under way at a time.
+  std::size_t maxConcurrentPosts = 1;
 };
 
 /// A range of whole numbers, both ends included.
@@ -36,6 +38,7 @@ struct CountRange {
 inline constexpr CountRange queuedMessagesRange{1, 1'000'000};
 inline constexpr CountRange queueBytesRange{64UL * 1024, 1024UL * 1024 * 1024};
 inline constexpr CountRange deadLettersRange{0, 100'000};
+inline constexpr CountRange concurrentPostsRange{1, 32};
 
 struct ParsedCoreSettings {
   CoreSettings settings;

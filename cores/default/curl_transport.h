@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "vantamo/transport.h"
+#include "cores/default/exchange.h"
 
 namespace vantamo::core {
 
@@ -36,10 +36,10 @@ struct CurlOptions {
 /// be used; a transport then cannot be made.
 bool startHttpLibrary() noexcept;
 
-/// HTTP and HTTPS through libcurl: one connection kept alive, certificates verified, redirects not
+/// HTTP and HTTPS through libcurl: connections kept alive, certificates verified, redirects not
 /// followed, no signals. Of a response only the status and two headers are looked at: a body is
 /// read up to a bound and thrown away, and never unpacked.
-class CurlTransport final : public default_core::Transport {
+class CurlTransport final : public ParallelTransport {
  public:
   /// Throws std::exception when libcurl cannot be used.
   explicit CurlTransport(std::shared_ptr<const CurlOptions> options);
@@ -47,12 +47,16 @@ class CurlTransport final : public default_core::Transport {
 
   [[nodiscard]] default_core::HttpResponse post(const default_core::HttpRequest& request) override;
   void interrupt() noexcept override;
+  void exchange(RequestSource& source, std::size_t most) override;
   /// Connects to the URL's host, with TLS where the URL wants it, and sends no request. Why that is
   /// not possible; "" when it is.
   [[nodiscard]] std::string connect(const std::string& url);
 
  private:
   struct Handles;
+  struct AllEnded;
+
+  [[nodiscard]] bool begin(RequestSource& source);
 
   const std::shared_ptr<const CurlOptions> options_;
   const std::unique_ptr<Handles> handles_;

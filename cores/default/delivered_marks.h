@@ -16,18 +16,23 @@ namespace vantamo::core {
 class DeliveredMarks {
  public:
   /// As many ids as the file holds; then the oldest is overwritten.
-  static constexpr std::size_t capacity = 64;
+  static constexpr std::size_t capacity = 256;
 
   explicit DeliveredMarks(platform::UniqueFd file);
 
   /// The ids in the file, in no order.
   [[nodiscard]] std::vector<std::string> read() const;
-  /// False when the id could not be written.
-  [[nodiscard]] bool add(std::string_view id) noexcept;
+  /// Notes an id, which is written with others by write().
+  void add(std::string_view id);
+  /// False when what was noted could not be written.
+  [[nodiscard]] bool write() noexcept;
+  /// What was noted need not be written any more.
+  void forget() noexcept { noted_.clear(); }
 
  private:
   platform::UniqueFd file_;
   std::size_t next_ = 0;
+  std::string noted_;  // lines from `next_` on
 };
 
 }  // namespace vantamo::core

@@ -41,6 +41,7 @@ std::string_view nameOf(Statistics::Refusal refusal) {
 void Delivery::configure(const CoreSettings& settings) {
   statistics_.setBounds({settings.maxQueuedMessages, settings.maxQueueBytes});
   sender_.setRetryPolicy(settings.retry);
+  sender_.setConcurrentPosts(settings.maxConcurrentPosts);
   sender_.setDeadLetterBounds({settings.maxDeadLetters, settings.maxQueueBytes});
   sender_.setManual(settings.manualPost);
 }
@@ -71,36 +72,40 @@ void Delivery::flushQueue() {
   wake();
 }
 
-void Delivery::post(std::string_view moduleName, std::string body) {
-  const std::size_t size = body.size();
+Sender::Parts Delivery::told(Sender::Parts parts) {
+  parts.found = [this](const QueueChange& change) { statistics_.add(change); };
+  parts.concluded = [this](const Sender::Conclusion& conclusion) { statistics_.add(conclusion); };
+  return parts;
+}
+
+void Delivery::post(std::string_view moduleName, std::string_view body) {
   const auto refuse = [&](Statistics::Refusal refusal) {
     statistics_.refused(refusal);
     const platform::MutexLock lock(logMutex_);
     refusalLog_.log(operation, Clock::now(), [&] {
-      return support::withValues("A message of %@ bytes is refused: %@", std::to_string(size),
-                                 nameOf(refusal));
+      return support::withValues("A message of %@ bytes is refused: %@",
+                                 std::to_string(body.size()), nameOf(refusal));
     });
   };
-  if (size > largestMessage) return refuse(Statistics::Refusal::tooLarge);
+  if (body.size() > largestMessage) return refuse(Statistics::Refusal::tooLarge);
   const auto [queue, number] = queue_.get();
   if (queue == nullptr) {
     refuse(Statistics::Refusal::notRunning);
     throw std::logic_error("a message can be posted only after a module was enabled");
   }
-  if (!statistics_.accept(number, size)) {
+  if (!statistics_.accept(number, body.size())) {
     refuse(Statistics::Refusal::full);
     throw std::length_error("the queue is full");
   }
   const auto accepted = std::chrono::duration_cast<milliseconds>(wallClock_().time_since_epoch());
   try {
-    queue->append(
-        {platform::randomUuid(), std::string(moduleName), std::move(body), accepted.count(), 0, 0});
+    queue->append({platform::Uuid().view(), moduleName, body, accepted.count()});
   } catch (...) {
-    statistics_.takeBack(number, size);
+    statistics_.takeBack(number, body.size());
     refuse(Statistics::Refusal::storage);
     throw;
   }
-  wake();
+  wakeForPost();
 }
 
 template <class Condition>
@@ -157,6 +162,7 @@ bool Delivery::perform(Task task, Clock::time_point deadline, Urgency urgency) {
   const auto pending = std::make_shared<PendingTask>(PendingTask{std::move(task)});
   const platform::MutexLock lock(mutex_);
   tasks_.push_back(pending);
+  sender_.cutShort();
   woken_ = true;
   changed_.notify_all();
   if (isSendingThread()) return false;  // a host's transport, in a request: done after it
@@ -179,6 +185,12 @@ void Delivery::wake() {
   if (woken_.exchange(true)) return;
   const platform::MutexLock lock(mutex_);
   changed_.notify_all();
+}
+
+// To wake a thread costs more than all the rest of a post: only one that sleeps for good is woken.
+// It looks for messages after it has said that it sleeps, so that none is overlooked.
+void Delivery::wakeForPost() {
+  if (asleep_ && asleep_.exchange(false)) wake();
 }
 
 void Delivery::retain() {

@@ -40,7 +40,7 @@ class Delivery {
       : queueFolder_(std::move(parts.queueFolder)),
         makeTransport_(std::move(parts.makeTransport)),
         wallClock_(parts.sender.wallClock),
-        sender_(std::move(parts.sender)) {}
+        sender_(told(std::move(parts.sender))) {}
 
   /// Keeps thread and files for its life. Throws when the system gives no thread.
   class Use {
@@ -65,7 +65,7 @@ class Delivery {
 
   /// Takes a message over. Throws when it is refused, and counts that; one that is too large for
   /// ever is counted and dropped, for to keep it would be to try again.
-  void post(std::string_view moduleName, std::string body);
+  void post(std::string_view moduleName, std::string_view body);
   [[nodiscard]] default_core::Stats stats() const { return statistics_.snapshot(); }
 
   /// Sends and waits until nothing is left; whether that is so.
@@ -98,14 +98,17 @@ class Delivery {
     bool failed = false;
   };
 
+  [[nodiscard]] Sender::Parts told(Sender::Parts parts);
   void retain();
   void release();
   void open() VANTAMO_REQUIRES(mutex_);
   void wake();
+  void wakeForPost();
   void run();
   void runOnce(MessageQueue& queue, Transport& transport, std::optional<Clock::time_point>& next);
   void runTasks(MessageQueue& queue);
   void sleepUntil(std::optional<Clock::time_point> next);
+  [[nodiscard]] bool restUntil(std::optional<Clock::time_point> next) VANTAMO_REQUIRES(mutex_);
   [[nodiscard]] bool endsNow(MessageQueue& queue);
   void report(const default_core::DeliveryReport& report);
   template <class Condition>
@@ -122,8 +125,12 @@ class Delivery {
   platform::Locked<OpenQueue> queue_;
   platform::Locked<std::shared_ptr<Transport>> transport_;
   std::atomic<bool> woken_{false};
+  std::atomic<bool> asleep_{false};  // a post has to wake the sending thread
   std::atomic<std::thread::id> thread_{};
-  bool stepping_ = false;  // the sending thread's alone
+  // The sending thread's alone.
+  bool stepping_ = false;
+  std::uint64_t newestSeen_ = 0;  // of the messages, when the last step began
+  int quietRests_ = 0;            // in a row, without a message
 
   platform::Mutex logMutex_;
   LogLimiter refusalLog_ VANTAMO_GUARDED_BY(logMutex_);

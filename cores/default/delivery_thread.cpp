@@ -1,5 +1,6 @@
 // What the sending thread does.
 
+#include <algorithm>
 #include <utility>
 
 #include "cores/default/delivery.h"
@@ -7,6 +8,8 @@
 
 namespace vantamo::core {
 namespace {
+
+using std::chrono::milliseconds;
 
 // In the place of an HTTP client that could not be made.
 class NoTransport final : public default_core::Transport {
@@ -57,13 +60,16 @@ void Delivery::run() {
 void Delivery::runOnce(MessageQueue& queue, Transport& transport,
                        std::optional<Clock::time_point>& next) {
   woken_ = false;
+  const std::uint64_t newest = queue.newestOrdinal();
+  if (std::exchange(newestSeen_, newest) != newest) quietRests_ = 0;
   runTasks(queue);
+  const bool isHeard = callback_.get() != nullptr;
+  std::vector<default_core::DeliveryReport> reports;
   stepping_ = true;
-  const Sender::Step step = sender_.step(queue, transport);
+  const Sender::Step step = sender_.step(queue, transport, isHeard ? &reports : nullptr);
   stepping_ = false;
-  statistics_.add(step);
   next = step.next;
-  if (step.report) report(*step.report);
+  for (const auto& made : reports) report(made);
   const platform::MutexLock lock(mutex_);
   tookIn_ = tookIn_ || step.tookIn;
   changed_.notify_all();
@@ -106,14 +112,35 @@ void Delivery::report(const default_core::DeliveryReport& report) {
 }
 
 void Delivery::sleepUntil(std::optional<Clock::time_point> next) {
+  const auto queue = queue_.get().queue;
   const platform::MutexLock lock(mutex_);
-  while (!woken_ && !stopping_ && users_ > 0 && tasks_.empty()) {
+  if (restUntil(next)) return;
+  asleep_ = true;
+  while (asleep_ && !woken_ && !stopping_ && users_ > 0 && tasks_.empty()) {
+    if (queue->newestOrdinal() != newestSeen_) break;
     if (!next) {
       changed_.wait(mutex_);
     } else if (changed_.wait_until(mutex_, *next) == std::cv_status::timeout) {
-      return;
+      break;
     }
   }
+  asleep_ = false;
+}
+
+// Where messages have just come, more are to be expected: for a moment the thread looks for them by
+// itself, so that they need not wake it, and are stored together. False when it has become quiet.
+bool Delivery::restUntil(std::optional<Clock::time_point> next) {
+  constexpr milliseconds rest{10};
+  constexpr int mostQuietRests = 3;
+  const auto begin = Clock::now();
+  if (next && *next <= begin) return true;
+  if (quietRests_ == mostQuietRests) return false;
+  ++quietRests_;
+  const auto end = next ? std::min(*next, begin + rest) : begin + rest;
+  while (!woken_ && !stopping_ && users_ > 0 && tasks_.empty()) {
+    if (changed_.wait_until(mutex_, end) == std::cv_status::timeout) break;
+  }
+  return true;
 }
 
 // Files are closed before the thread ends, and without anybody waiting for that; who comes

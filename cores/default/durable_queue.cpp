@@ -1,13 +1,16 @@
 #include "cores/default/durable_queue.h"
 
+#include <algorithm>
+#include <iterator>
+#include <stdexcept>
 #include <utility>
 
 namespace vantamo::core {
 namespace {
 
 constexpr std::size_t rotateAt = 64UL * 1024;
-constexpr std::size_t readAheadMessages = 64;
-constexpr std::size_t readAheadBytes = 128UL * 1024;
+constexpr std::size_t readAheadMessages = 256;
+constexpr std::size_t readAheadBytes = 256UL * 1024;
 constexpr auto checkEvery = std::chrono::seconds(1);
 
 QueueChange difference(const QueueSize& now, const QueueChange& before) {
@@ -27,6 +30,7 @@ DurableQueue::DurableQueue(std::string applicationFolder)
 DurableQueue::~DurableQueue() { DurableQueue::rest(); }
 
 QueueChange DurableQueue::takeIn() {
+  writeMarks();
   const auto now = Clock::now();
   const bool hasNews = !spool_ || !left_.empty() || journal_.end() != imported_;
   if (!hasNews && !recount_ && now - checked_ < checkEvery) return {};
@@ -51,36 +55,55 @@ QueueChange DurableQueue::recount() {
   return change;
 }
 
-const QueuedMessage* DurableQueue::front() {
+const QueuedMessage* DurableQueue::at(std::size_t place) {
+  writeMarks();
   // No more than what the marks can hold is delivered without the database knowing.
-  if (markFailed_ || unsettled_.size() >= DeliveredMarks::capacity) settle();
-  if (next_ == ahead_.size()) {
-    ahead_ = mending([this](Spool& files) {
-      return files.store().after(doneThrough_, readAheadMessages, readAheadBytes);
+  if (markFailed_ || unsettled_.size() + place >= DeliveredMarks::capacity) settle();
+  if (place >= ahead_.size()) {
+    auto more = mending([this](Spool& files) {
+      return files.store().after(readThrough_, readAheadMessages, readAheadBytes);
     });
-    next_ = 0;
+    if (!more.empty()) readThrough_ = more.back().sequence;
+    std::ranges::move(more, std::back_inserter(ahead_));
   }
-  return next_ == ahead_.size() ? nullptr : &ahead_[next_];
+  return place >= ahead_.size() ? nullptr : &ahead_[place];
 }
 
-void DurableQueue::advance() {
-  const QueuedMessage& done = ahead_[next_++];
-  doneThrough_ = done.sequence;
-  counted_ += {-1, -static_cast<std::int64_t>(done.body.size()), 0};
+// Before another message is sent: deliveries that came together are marked at once.
+void DurableQueue::writeMarks() noexcept {
+  if (spool_) markFailed_ = !spool_->marks().write() || markFailed_;
 }
 
-void DurableQueue::delivered() {
-  const std::string id = ahead_.at(next_).id;
-  advance();
-  markFailed_ = !spool().marks().add(id) || markFailed_;
+// All before it is delivered or dead.
+std::int64_t DurableQueue::doneThrough() const {
+  return ahead_.empty() ? readThrough_ : ahead_.front().sequence - 1;
+}
+
+void DurableQueue::doneWith(const std::deque<QueuedMessage>::const_iterator& message) {
+  counted_ += {-1, -static_cast<std::int64_t>(message->body.size()), 0};
+  ahead_.erase(message);
+}
+
+void DurableQueue::delivered(const std::string& id) {
+  const auto message = std::ranges::find(ahead_, id, &QueuedMessage::id);
+  if (message == ahead_.end()) {
+    // The database was opened anew while the message was under way.
+    counted_ += spool().store().removeById({id});
+    return;
+  }
+  spool().marks().add(id);
   unsettled_.push_back(id);
+  unsettledPlaces_.push_back(message->sequence);
+  doneWith(message);
 }
 
-std::size_t DurableQueue::bury(int status, std::string_view reason, std::int64_t now,
-                               const DeadLetterBounds& bounds) {
+std::size_t DurableQueue::bury(const std::string& id, int status, std::string_view reason,
+                               std::int64_t now, const DeadLetterBounds& bounds) {
+  const auto message = std::ranges::find(ahead_, id, &QueuedMessage::id);
+  if (message == ahead_.end()) throw std::out_of_range("a message that was read anew meanwhile");
   try {
-    const std::size_t dropped = spool().store().bury(ahead_.at(next_), status, reason, now, bounds);
-    advance();
+    const std::size_t dropped = spool().store().bury(*message, status, reason, now, bounds);
+    doneWith(message);
     counted_.deadLetters += 1 - static_cast<std::int64_t>(dropped);
     return dropped;
   } catch (const DamagedStore& damage) {
@@ -91,19 +114,26 @@ std::size_t DurableQueue::bury(int status, std::string_view reason, std::int64_t
 
 void DurableQueue::settle() {
   if (unsettled_.empty()) return;
-  mending([this](Spool& files) {
-    if (!unsettled_.empty()) files.store().removeThrough(doneThrough_);
-  });
+  try {
+    mending([this](Spool& files) {
+      if (!unsettled_.empty()) files.store().removeThrough(doneThrough(), unsettledPlaces_);
+    });
+  } catch (...) {
+    writeMarks();
+    throw;
+  }
+  if (spool_) spool_->marks().forget();
   unsettled_.clear();
+  unsettledPlaces_.clear();
   markFailed_ = false;
 }
 
 // Sequences begin anew with another opening.
 void DurableQueue::forgetAhead() {
   ahead_.clear();
-  next_ = 0;
-  doneThrough_ = 0;
+  readThrough_ = 0;
   unsettled_.clear();
+  unsettledPlaces_.clear();
   markFailed_ = false;
 }
 

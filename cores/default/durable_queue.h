@@ -29,7 +29,7 @@ class DurableQueue final : public MessageQueue {
   explicit DurableQueue(std::string applicationFolder);
   ~DurableQueue() override;
 
-  void append(const Message& message) override { journal_.append(message); }
+  void append(const MessageView& message) override { journal_.append(message); }
   [[nodiscard]] std::uint64_t newestOrdinal() const noexcept override {
     return journal_.newestOrdinal();
   }
@@ -38,9 +38,9 @@ class DurableQueue final : public MessageQueue {
 
   [[nodiscard]] QueueChange takeIn() override;
   void secure() override { journal_.sync(slot_->folder()); }
-  [[nodiscard]] const QueuedMessage* front() override;
-  void delivered() override;
-  std::size_t bury(int status, std::string_view reason, std::int64_t now,
+  [[nodiscard]] const QueuedMessage* at(std::size_t place) override;
+  void delivered(const std::string& id) override;
+  std::size_t bury(const std::string& id, int status, std::string_view reason, std::int64_t now,
                    const DeadLetterBounds& bounds) override;
   void settle() override;
   [[nodiscard]] std::vector<BuriedMessage> deadLetters() override;
@@ -70,7 +70,9 @@ class DurableQueue final : public MessageQueue {
   void adopt(const QueueSlot& orphan);
 
   void forgetAhead();
-  void advance();
+  void writeMarks() noexcept;
+  [[nodiscard]] std::int64_t doneThrough() const;
+  void doneWith(const std::deque<QueuedMessage>::const_iterator& message);
   [[nodiscard]] QueueChange recount();
   // Runs `work` on the spool, and once more when the database is found damaged and was mended.
   template <class Work>
@@ -91,10 +93,10 @@ class DurableQueue final : public MessageQueue {
   std::deque<LeftSegment> left_;
 
   std::unique_ptr<Spool> spool_;
-  std::vector<QueuedMessage> ahead_;  // read, and from `next_` on not yet done with
-  std::size_t next_ = 0;
-  std::int64_t doneThrough_ = 0;
-  std::vector<std::string> unsettled_;  // delivered, and in the database still
+  std::deque<QueuedMessage> ahead_;  // read, and not yet done with
+  std::int64_t readThrough_ = 0;
+  std::vector<std::string> unsettled_;         // delivered, and in the database still
+  std::vector<std::int64_t> unsettledPlaces_;  // of those
   bool markFailed_ = false;
   QueueChange counted_;                      // what whoever asks takeIn() knows of, but for
   Journal::Written told_;                    // what was appended after this

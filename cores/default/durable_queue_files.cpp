@@ -32,20 +32,19 @@ bool removeFiles(const platform::PrivateFolder& folder, Spares spares) {
 bool isLock(const std::string& name) { return name == QueueSlot::lockName; }
 bool isAside(const std::string& name) { return name.find(".aside-") != std::string::npos; }
 
-// Moves messages behind `after` and dead letters, batch by batch. Whoever is killed between the two
-// halves of a batch leaves it in both, under the same ids.
-void moveMessages(QueueStore& from, std::int64_t after, QueueStore& to) {
+// Moves messages and dead letters, batch by batch. Whoever is killed between the two halves of a
+// batch leaves it in both, under the same ids.
+void moveMessages(QueueStore& from, QueueStore& to) {
   const std::vector<std::string> ids = to.ids();
   const std::unordered_set<std::string> known(ids.begin(), ids.end());
   const auto isKnown = [&known](const Message& message) { return known.contains(message.id); };
-  from.removeThrough(after);
-  for (;;) {
-    auto batch = from.after(after, batchMessages, batchBytes);
+  for (std::int64_t moved = 0;;) {
+    auto batch = from.after(moved, batchMessages, batchBytes);
     if (batch.empty()) break;
-    after = batch.back().sequence;
+    moved = batch.back().sequence;
     std::erase_if(batch, isKnown);
     to.import({batch.begin(), batch.end()}, 0, 0);
-    from.removeThrough(after);
+    from.removeThrough(moved);
   }
   auto letters = from.deadLetters();
   std::erase_if(letters, isKnown);
@@ -60,10 +59,16 @@ Spool& DurableQueue::spool() {
   auto opened = std::make_unique<Spool>(slot_->folder(), ownSegments());
   opened->leaveOut(unsettled_);
   if (!unsettled_.empty()) opened->store().removeById(unsettled_);
-  imported_ = opened->positionIn(journal_.current());
-  // Imported under another database, perhaps.
-  if (imported_ == journalHeaderSize) opened->leaveOut(opened->store().ids());
-  for (LeftSegment& left : left_) left.position = opened->positionIn(*left.segment);
+  // Whether this database lacks what another one was given.
+  bool isBehind = false;
+  const auto goOnAt = [&](const Journal::Segment& segment, std::size_t& position) {
+    const std::size_t known = opened->positionIn(segment);
+    isBehind = isBehind || known < position;
+    position = known;
+  };
+  goOnAt(journal_.current(), imported_);
+  for (LeftSegment& left : left_) goOnAt(*left.segment, left.position);
+  if (isBehind) opened->leaveOut(opened->store().ids());
   spool_ = std::move(opened);
   recount_ = true;
   forgetAhead();
@@ -112,7 +117,8 @@ void DurableQueue::restoreStore() {
   fresh->leaveOut(unsettled_);
   recount_ = true;
   try {
-    moveMessages(spool_->store(), doneThrough_, fresh->store());
+    spool_->store().removeThrough(doneThrough(), unsettledPlaces_);
+    moveMessages(spool_->store(), fresh->store());
   } catch (const DamagedStore& damage) {
     report("Not all of the erased files could be read: %@", damage.what());
   }
@@ -173,7 +179,7 @@ void DurableQueue::adopt(const QueueSlot& orphan) {
   if (Spool::holdsMessages(orphan.folder())) {
     recount_ = true;
     Spool files(orphan.folder(), {});
-    moveMessages(files.store(), 0, spool().store());
+    moveMessages(files.store(), spool().store());
   }
   const auto isKept = [](const std::string& file) { return isLock(file) || isAside(file); };
   const bool emptied = removeFiles(orphan.folder(), isKept);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
+#include <limits>
 #include <system_error>
 
 #include "platform/random.h"
@@ -52,12 +53,14 @@ void writeAt(int fd, std::string_view bytes, std::size_t position) {
 }
 
 // A write beyond the process's limit of file sizes raises a signal that would end the host.
-void checkFileSizeLimit(std::size_t end) {
+std::size_t fileSizeLimit() {
   rlimit limit{};
-  if (::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY &&
-      end > limit.rlim_cur) {
-    throw std::system_error(EFBIG, std::generic_category(), "the journal");
-  }
+  const bool isLimited = ::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+  return isLimited ? limit.rlim_cur : std::numeric_limits<std::size_t>::max();
+}
+
+void checkSize(std::size_t end, std::size_t limit) {
+  if (end > limit) throw std::system_error(EFBIG, std::generic_category(), "the journal");
 }
 
 }  // namespace
@@ -77,16 +80,17 @@ Journal::Journal(const platform::PrivateFolder& folder) : run_(random64()) {
   } catch (const std::system_error& error) {
     const int code = error.code().value();
     if (code != ENOSPC && code != EDQUOT && code != EIO) throw;
-    current_ = std::make_unique<Segment>(Segment{random64(), {}, {}});
+    current_ = std::make_unique<Segment>(Segment{random64(), {}, {}, fileSizeLimit()});
   }
 }
 
 // Never a number that was used, be its file erased meanwhile.
 std::unique_ptr<Journal::Segment> Journal::begin(const platform::PrivateFolder& folder) {
-  checkFileSizeLimit(journalHeaderSize);
+  const std::size_t limit = fileSizeLimit();
+  checkSize(journalHeaderSize, limit);
   const auto segments = segmentsIn(folder);
   if (!segments.empty()) number_ = std::max(number_, numberOf(segments.back()));
-  auto segment = std::make_unique<Segment>(Segment{random64(), {}, {}});
+  auto segment = std::make_unique<Segment>(Segment{random64(), {}, {}, limit});
   while (!segment->file) {
     segment->name = nameOf(++number_);
     segment->file = folder.create(segment->name);
@@ -100,13 +104,15 @@ std::unique_ptr<Journal::Segment> Journal::begin(const platform::PrivateFolder& 
   return segment;
 }
 
-void Journal::append(const Message& message) {
+void Journal::append(const MessageView& message) {
+  constexpr std::size_t mostKept = 16UL * 1024;
   const platform::MutexLock lock(mutex_);
   const std::uint64_t ordinal = ordinal_ + 1;
-  const std::string record = journalRecord(message, ordinal);
-  const std::size_t end = end_ + record.size();
-  checkFileSizeLimit(end);
-  writeAt(current_->file.get(), record, end_);
+  record_ = journalRecord(message, ordinal, std::move(record_));
+  const std::size_t end = end_ + record_.size();
+  checkSize(end, current_->sizeLimit);
+  writeAt(current_->file.get(), record_, end_);
+  if (record_.capacity() > mostKept) record_ = {};
   ordinal_ = ordinal;
   bytes_ += message.body.size();
   end_ = end;

@@ -27,7 +27,7 @@ class Journal {
   explicit Journal(const platform::PrivateFolder& folder);
 
   /// Throws std::system_error, and has written nothing, when the disk takes no more.
-  void append(const Message& message);
+  void append(const MessageView& message);
   [[nodiscard]] std::uint64_t newestOrdinal() const noexcept { return ordinal_; }
   [[nodiscard]] std::uint64_t run() const noexcept { return run_; }
 
@@ -36,6 +36,8 @@ class Journal {
     std::uint64_t id = 0;
     std::string name;
     platform::UniqueFd file;
+    /// Of the process, for files, when the segment was begun.
+    std::size_t sizeLimit = 0;
   };
 
   /// How much the segment that takes records holds, in bytes.
@@ -70,6 +72,7 @@ class Journal {
   std::atomic<std::size_t> end_{journalHeaderSize};
   std::atomic<std::uint64_t> ordinal_{0};
   std::uint64_t bytes_ VANTAMO_GUARDED_BY(mutex_) = 0;
+  std::string record_ VANTAMO_GUARDED_BY(mutex_);  // its memory, so that none is asked for
   std::size_t synced_ = 0;  // of the current segment; the sending thread's alone
 };
 

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 namespace vantamo::core {
 namespace {
@@ -74,13 +75,14 @@ std::string journalHeader(std::uint64_t segment, std::uint64_t run) {
   return header;
 }
 
-std::string journalRecord(const Message& message, std::uint64_t ordinal) {
+std::string journalRecord(const MessageView& message, std::uint64_t ordinal, std::string reused) {
   const std::size_t size =
       fixedSize + message.id.size() + message.moduleName.size() + message.body.size();
   if (std::max(message.id.size(), message.moduleName.size()) > 0xffff || size > largestRest) {
     throw std::length_error("the message is too large to keep");
   }
-  std::string record;
+  std::string record = std::move(reused);
+  record.clear();
   record.reserve(frameSize + size);
   record.append(recordMark);
   put(record, static_cast<std::uint32_t>(size));

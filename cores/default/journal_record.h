@@ -20,8 +20,10 @@ namespace vantamo::core {
 /// The bytes that a segment begins with.
 [[nodiscard]] std::string journalHeader(std::uint64_t segment, std::uint64_t run);
 
-/// The record of one message. Its id and module name are at most 65,535 bytes long.
-[[nodiscard]] std::string journalRecord(const Message& message, std::uint64_t ordinal);
+/// The record of one message, in the memory of `reused`. Its id and module name are at most 65,535
+/// bytes long.
+[[nodiscard]] std::string journalRecord(const MessageView& message, std::uint64_t ordinal,
+                                        std::string reused = {});
 
 struct JournalBytes {
   std::vector<Message> messages;

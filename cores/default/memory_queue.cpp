@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <deque>
+#include <stdexcept>
 
 #include "cores/default/message_queue.h"
 #include "platform/mutex.h"
@@ -13,9 +14,10 @@ bool isWanted(const std::optional<std::vector<std::string>>& ids, const std::str
 
 class MemoryQueue final : public MessageQueue {
  public:
-  void append(const Message& message) override {
+  void append(const MessageView& message) override {
     const platform::MutexLock lock(mutex_);
-    add(message);
+    add({std::string(message.id), std::string(message.moduleName), std::string(message.body),
+         message.accepted, 0, 0});
     messages_.back().ordinal = ++ordinal_;
   }
 
@@ -27,23 +29,25 @@ class MemoryQueue final : public MessageQueue {
   [[nodiscard]] bool durable() const noexcept override { return false; }
   QueueChange takeIn() override { return {}; }
 
-  const QueuedMessage* front() override {
+  const QueuedMessage* at(std::size_t place) override {
     const platform::MutexLock lock(mutex_);
-    if (messages_.empty()) return nullptr;
-    front_ = messages_.front();
-    return &front_;
+    if (place >= messages_.size()) return nullptr;
+    answered_ = messages_[place];
+    return &answered_;
   }
 
-  void delivered() override {
+  void delivered(const std::string& id) override {
     const platform::MutexLock lock(mutex_);
-    messages_.pop_front();
+    messages_.erase(find(id));
   }
 
-  std::size_t bury(int status, std::string_view reason, std::int64_t now,
+  std::size_t bury(const std::string& id, int status, std::string_view reason, std::int64_t now,
                    const DeadLetterBounds& bounds) override {
     const platform::MutexLock lock(mutex_);
-    dead_.push_back({messages_.front(), status, std::string(reason), now});
-    messages_.pop_front();
+    const auto message = find(id);
+    const Message& buried = *message;
+    dead_.push_back({buried, status, std::string(reason), now});
+    messages_.erase(message);
     std::size_t kept = 0;
     std::size_t bytes = 0;
     while (kept < dead_.size() && kept < bounds.messages) {
@@ -101,6 +105,13 @@ class MemoryQueue final : public MessageQueue {
     messages_.push_back({message, ++sequence_});
     messages_.back().run = message.run == 0 ? run() : 0;
   }
+  // Throws when it is not there.
+  [[nodiscard]] std::deque<QueuedMessage>::iterator find(const std::string& id)
+      VANTAMO_REQUIRES(mutex_) {
+    const auto message = std::ranges::find(messages_, id, &QueuedMessage::id);
+    if (message == messages_.end()) throw std::out_of_range("a message that was erased meanwhile");
+    return message;
+  }
   std::int64_t forget(const std::optional<std::vector<std::string>>& ids) VANTAMO_REQUIRES(mutex_) {
     return static_cast<std::int64_t>(std::erase_if(
         dead_, [&](const BuriedMessage& letter) { return isWanted(ids, letter.id); }));
@@ -111,7 +122,7 @@ class MemoryQueue final : public MessageQueue {
   std::uint64_t ordinal_ VANTAMO_GUARDED_BY(mutex_) = 0;
   std::deque<QueuedMessage> messages_ VANTAMO_GUARDED_BY(mutex_);
   std::vector<BuriedMessage> dead_ VANTAMO_GUARDED_BY(mutex_);
-  QueuedMessage front_;  // the sending thread's alone
+  QueuedMessage answered_;  // the sending thread's alone
 };
 
 }  // namespace

@@ -26,6 +26,20 @@ struct Message {
   std::uint64_t ordinal = 0;
 };
 
+/// A message on its way into the queue, which has neither run nor ordinal yet.
+struct MessageView {
+  std::string_view id;
+  std::string_view moduleName;
+  std::string_view body;
+  std::int64_t accepted = 0;
+
+  MessageView(std::string_view messageId, std::string_view module, std::string_view bytes,
+              std::int64_t time)
+      : id(messageId), moduleName(module), body(bytes), accepted(time) {}
+  MessageView(const Message& message)
+      : MessageView(message.id, message.moduleName, message.body, message.accepted) {}
+};
+
 struct QueuedMessage : Message {
   /// Its place: later messages have larger ones.
   std::int64_t sequence = 0;
@@ -79,7 +93,7 @@ class MessageQueue {
 
   /// Takes a message over: when it returns, the message survives the end of the process by any
   /// cause, as far as the queue is durable. Its run and ordinal are given here.
-  virtual void append(const Message& message) = 0;
+  virtual void append(const MessageView& message) = 0;
   /// The number of the message that this run has appended last; 0 when there is none.
   [[nodiscard]] virtual std::uint64_t newestOrdinal() const noexcept = 0;
   [[nodiscard]] virtual std::uint64_t run() const noexcept = 0;
@@ -87,21 +101,23 @@ class MessageQueue {
 
   // The sending thread.
 
-  /// Moves what was appended to where front() finds it, and sees to the storage. What has come or
+  /// Moves what was appended to where at() finds it, and sees to the storage. What has come or
   /// gone otherwise than by the operations here: left by earlier runs and other processes, or lost
   /// to damage.
   [[nodiscard]] virtual QueueChange takeIn() = 0;
   /// Makes what was appended survive a power cut without moving it, for the time of a long request.
   virtual void secure() = 0;
-  /// The oldest message that is not yet delivered or dead; null when there is none. The pointer
-  /// holds until the next call.
-  [[nodiscard]] virtual const QueuedMessage* front() = 0;
-  /// Notes that the front message was delivered: this queue never answers it again. The storage may
-  /// be told later, but before front() goes on beyond what can be noted safely.
-  virtual void delivered() = 0;
-  /// Moves the front message to the dead letters. How many older ones had to go.
-  virtual std::size_t bury(int status, std::string_view reason, std::int64_t now,
-                           const DeadLetterBounds& bounds) = 0;
+  /// Of the messages that are not yet delivered or dead, the one that `place` older ones stand
+  /// before; null when there is none. The pointer holds until the next call.
+  [[nodiscard]] virtual const QueuedMessage* at(std::size_t place) = 0;
+  [[nodiscard]] const QueuedMessage* front() { return at(0); }
+  /// Notes that a message was delivered: this queue never answers it again, and nor does one of a
+  /// later process once at() was called for the next. The storage may be told later, but before
+  /// at() goes on beyond what can be noted safely.
+  virtual void delivered(const std::string& id) = 0;
+  /// Moves a message to the dead letters. How many older ones had to go.
+  virtual std::size_t bury(const std::string& id, int status, std::string_view reason,
+                           std::int64_t now, const DeadLetterBounds& bounds) = 0;
   /// Tells the storage everything that it was to be told later.
   virtual void settle() = 0;
   [[nodiscard]] virtual std::vector<BuriedMessage> deadLetters() = 0;

@@ -157,22 +157,30 @@ std::vector<QueuedMessage> QueueStore::after(std::int64_t sequence, std::size_t 
   });
 }
 
-void QueueStore::removeThrough(std::int64_t sequence) {
-  database_->write(false, [&] { database_->run(database_->deleteThrough, sequence); });
+void QueueStore::removeThrough(std::int64_t sequence, const std::vector<std::int64_t>& others) {
+  database_->write(false, [&] {
+    database_->run(database_->deleteThrough, sequence);
+    for (const std::int64_t other : others) {
+      if (other > sequence) database_->run(database_->deleteOne, other);
+    }
+  });
 }
 
-void QueueStore::removeById(const std::vector<std::string>& ids) {
+QueueChange QueueStore::removeById(const std::vector<std::string>& ids) {
   const std::unordered_set<std::string> wanted(ids.begin(), ids.end());
+  QueueChange change;
   database_->write(false, [&] {
     std::vector<std::int64_t> sequences;
-    SQLite::Statement rows(database_->connection, "SELECT sequence, id FROM messages");
+    SQLite::Statement rows(database_->connection,
+                           "SELECT sequence, id, LENGTH(body) FROM messages");
     while (rows.executeStep()) {
-      if (wanted.contains(rows.getColumn(1).getString())) {
-        sequences.push_back(rows.getColumn(0).getInt64());
-      }
+      if (!wanted.contains(rows.getColumn(1).getString())) continue;
+      sequences.push_back(rows.getColumn(0).getInt64());
+      change += {-1, -rows.getColumn(2).getInt64(), 0};
     }
     for (const std::int64_t sequence : sequences) database_->run(database_->deleteOne, sequence);
   });
+  return change;
 }
 
 std::vector<std::string> QueueStore::ids() {

@@ -55,9 +55,9 @@ class QueueStore {
   /// exceed `bytes`.
   [[nodiscard]] std::vector<QueuedMessage> after(std::int64_t sequence, std::size_t count,
                                                  std::size_t bytes);
-  /// Removes all messages up to `sequence`.
-  void removeThrough(std::int64_t sequence);
-  void removeById(const std::vector<std::string>& ids);
+  /// Removes all messages up to `sequence`, and those of `others` behind it.
+  void removeThrough(std::int64_t sequence, const std::vector<std::int64_t>& others = {});
+  QueueChange removeById(const std::vector<std::string>& ids);
   [[nodiscard]] std::vector<std::string> ids();
   [[nodiscard]] QueueSize size();
 

@@ -1,6 +1,7 @@
 #include "cores/default/request_builder.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "support/debug_log.h"
 #include "vantamo/module_directory.h"
@@ -27,18 +28,20 @@ bool isHeader(std::string_view name, std::string_view value) {
 // goes out.
 Value::Map moduleHeaders(NQLifecycleObject& module, const QueuedMessage& message,
                          const std::string& url) {
-  NQRequest request{url, {}};
+  Value::Map headers;
   try {
     if (module.respondsTo(NQOptionalOperation::httpHeadersForSessionId)) {
-      request.headers = module.httpHeadersForSessionId(nullptr, message.body);
+      headers = module.httpHeadersForSessionId(nullptr, message.body);
     }
     if (module.respondsTo(NQOptionalOperation::addCookiesToRequest)) {
+      NQRequest request{url, headers};
       module.addCookiesToRequest(request);
+      headers = std::move(request.headers);
     }
   } catch (...) {
     support::debugLog(operation, [] { return "The module's headers could not be had"; });
   }
-  return request.headers;
+  return headers;
 }
 
 }  // namespace
@@ -49,7 +52,9 @@ std::optional<default_core::HttpRequest> RequestBuilder::requestFor(
   if (!url || !url->isString() || url->string().empty()) return {};
   default_core::HttpRequest request;
   request.url = url->string();
-  request.headers = {{"Content-Type", "application/json"}, {"Idempotency-Key", message.id}};
+  request.headers.reserve(4);
+  request.headers.emplace_back("Content-Type", "application/json");
+  request.headers.emplace_back("Idempotency-Key", message.id);
   if (std::string userAgent = userAgent_.get(); !userAgent.empty()) {
     request.headers.emplace_back("User-Agent", std::move(userAgent));
   }

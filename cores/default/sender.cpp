@@ -3,35 +3,13 @@
 #include <algorithm>
 #include <utility>
 
-#include "cores/default/queue_store.h"
-
 namespace vantamo::core {
 namespace {
 
-using default_core::HttpResponse;
-using default_core::Outcome;
 using default_core::Transport;
 using std::chrono::milliseconds;
 
 constexpr const char* operation = "-[NQCore sendQueuedMessages]";
-
-// Whatever a host's transport throws is an attempt without an answer.
-HttpResponse postGuarded(Transport& transport, const default_core::HttpRequest& request) {
-  HttpResponse response;
-  try {
-    response = transport.post(request);
-  } catch (const std::exception& exception) {
-    response.error = exception.what();
-  } catch (...) {
-    response.error = "the transport failed";
-  }
-  if (response.status == 0 && response.error.empty()) response.error = "no answer";
-  return response;
-}
-
-std::string describe(const HttpResponse& response) {
-  return response.status != 0 ? "status " + std::to_string(response.status) : response.error;
-}
 
 }  // namespace
 
@@ -90,10 +68,9 @@ void Sender::networkRecovered() {
   wait_->until = std::min(wait_->until, now + retryDelay(policy_, 1, uniform));
 }
 
-bool Sender::mayAttempt(const QueuedMessage& message, std::uint64_t run) {
+bool Sender::mayAttempt(const QueuedMessage& message, std::uint64_t run, bool alone) {
   const platform::MutexLock lock(mutex_);
-  retryWanted_ = false;
-  recovered_ = false;
+  if (alone) retryWanted_ = recovered_ = false;
   return sendingIsOn() && (!manual_ || message.run != run || message.ordinal <= flushedUpTo_);
 }
 
@@ -115,6 +92,14 @@ Sender::TimePoint Sender::failed(Reason reason, std::optional<milliseconds> aske
     delay = std::min(delay, retryDelay(policy_, 1, uniform));
   }
   wait_ = Wait{now + delay, reason};
+  return wait_->until;
+}
+
+Sender::TimePoint Sender::failedToo(std::optional<milliseconds> asked) {
+  const TimePoint now = parts_.now();
+  const platform::MutexLock lock(mutex_);
+  if (!wait_) return now;
+  if (asked && now + *asked > wait_->until) wait_ = Wait{now + *asked, Reason::asked};
   return wait_->until;
 }
 
@@ -153,7 +138,8 @@ std::int64_t Sender::wallMilliseconds() const {
 void Sender::takeIn(MessageQueue& queue, Step& step) {
   if (storageNotBefore_ && parts_.now() < *storageNotBefore_) return;
   try {
-    step.found = queue.takeIn();
+    const QueueChange found = queue.takeIn();
+    if (parts_.found) parts_.found(found);
     step.tookIn = true;
     storageNotBefore_.reset();
     storageFailures_ = 0;
@@ -162,15 +148,13 @@ void Sender::takeIn(MessageQueue& queue, Step& step) {
   }
 }
 
-Sender::Step Sender::step(MessageQueue& queue, Transport& transport) {
+Sender::Step Sender::step(MessageQueue& queue, Transport& transport,
+                          std::vector<default_core::DeliveryReport>* reports) {
   Step step;
+  const std::uint64_t newest = queue.newestOrdinal();
   takeIn(queue, step);
-  try {
-    attemptNext(queue, transport, step);
-  } catch (const std::exception& exception) {
-    step.report.reset();
-    step.next = stopForStorage(exception);
-  }
+  if (!mustWait(step)) sendRound(queue, transport, newest, reports, step);
+  cutShort_ = false;
   try {
     const bool pauses = !step.next || *step.next > parts_.now();
     if (pauses) queue.settle();
@@ -183,77 +167,12 @@ Sender::Step Sender::step(MessageQueue& queue, Transport& transport) {
   return step;
 }
 
-void Sender::attemptNext(MessageQueue& queue, Transport& transport, Step& step) {
-  {
-    const platform::MutexLock lock(mutex_);
-    if (!sendingIsOn()) return;
-    if (wait_ && parts_.now() < wait_->until) {
-      step.next = wait_->until;
-      return;
-    }
-  }
-  const QueuedMessage* message = queue.front();
-  if (message == nullptr || !mayAttempt(*message, queue.run())) return;
-  step.bytes = message->body.size();
-  step.report =
-      default_core::DeliveryReport{message->id, message->moduleName, Outcome::retrying, 0, {}};
-  if (!isMessageId(message->id) || step.bytes > largestMessage) {
-    return bury(queue, 0, "what is stored is not a message", step);
-  }
-  // It would hold up all messages behind it.
-  if (parts_.hasModule && !parts_.hasModule(message->moduleName)) {
-    return bury(queue, 0, "there is no module of its name", step);
-  }
-  const auto request = parts_.requestFor(*message);
-  if (!request) {
-    step.report.reset();
-    return;
-  }
-  conclude(queue, postGuarded(transport, *request), step);
-}
-
-void Sender::conclude(MessageQueue& queue, const HttpResponse& response, Step& step) {
-  default_core::DeliveryReport& report = *step.report;
-  report.status = response.status;
-  step.verdict = judge(response.status);
-  if (step.verdict == Verdict::delivered) {
-    queue.delivered();
-    report.outcome = Outcome::delivered;
-    succeeded();
-    step.next = parts_.now();
-    return;
-  }
-  report.reason = describe(response);
-  if (step.verdict == Verdict::messageWrong)
-    return bury(queue, response.status, report.reason, step);
-  if (step.verdict == Verdict::networkFailed) {
-    step.next = failed(Reason::network);
-  } else if (step.verdict == Verdict::endpointWrong) {
-    step.next = failed(Reason::endpoint);
-  } else {
-    step.next = failed(Reason::server, retryAfter(response, parts_.wallClock()));
-  }
-  failureLog_.log(operation, parts_.now(), [&] {
-    return support::withValues("Message %@ not delivered, kept for another attempt: %@", report.id,
-                               report.reason);
-  });
-}
-
-void Sender::bury(MessageQueue& queue, int status, const std::string& reason, Step& step) {
-  DeadLetterBounds bounds;
-  {
-    const platform::MutexLock lock(mutex_);
-    bounds = deadLetterBounds_;
-  }
-  step.deadLettersDropped = queue.bury(status, reason, wallMilliseconds(), bounds);
-  step.verdict = Verdict::messageWrong;
-  step.report->outcome = Outcome::dead;
-  step.report->reason = reason;
-  failureLog_.log(operation, parts_.now(), [&] {
-    return support::withValues("Message %@ is refused for good: %@", step.report->id, reason);
-  });
-  succeeded();
-  step.next = parts_.now();
+bool Sender::mustWait(Step& step) {
+  const platform::MutexLock lock(mutex_);
+  if (!sendingIsOn()) return true;
+  if (!wait_ || parts_.now() >= wait_->until) return false;
+  step.next = wait_->until;
+  return true;
 }
 
 }  // namespace vantamo::core

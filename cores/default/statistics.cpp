@@ -57,26 +57,25 @@ void Statistics::refused(Refusal refusal) {
   }
 }
 
-void Statistics::add(const Sender::Step& step) {
+void Statistics::add(const Sender::Conclusion& conclusion) {
   const platform::MutexLock lock(mutex_);
-  kept_ += step.found;
-  if (!step.report) return;
-  stats_.lastStatus = step.report->status;
-  if (!step.report->reason.empty()) stats_.lastError = step.report->reason;
-  if (step.report->outcome == Outcome::retrying) {
+  const default_core::DeliveryReport& report = conclusion.report;
+  stats_.lastStatus = report.status;
+  if (!report.reason.empty()) stats_.lastError = report.reason;
+  if (report.outcome == Outcome::retrying) {
     ++stats_.retried;
-    if (step.verdict == Verdict::networkFailed) ++stats_.retriedNetwork;
-    if (step.verdict == Verdict::serverFailed) ++stats_.retriedServer;
-    if (step.verdict == Verdict::endpointWrong) ++stats_.retriedEndpoint;
+    if (conclusion.verdict == Verdict::networkFailed) ++stats_.retriedNetwork;
+    if (conclusion.verdict == Verdict::serverFailed) ++stats_.retriedServer;
+    if (conclusion.verdict == Verdict::endpointWrong) ++stats_.retriedEndpoint;
     return;
   }
-  kept_ += {-1, -static_cast<std::int64_t>(step.bytes), 0};
-  if (step.report->outcome == Outcome::delivered) {
+  kept_ += {-1, -static_cast<std::int64_t>(conclusion.bytes), 0};
+  if (report.outcome == Outcome::delivered) {
     ++stats_.delivered;
   } else {
     ++stats_.dead;
-    stats_.deadLettersDropped += step.deadLettersDropped;
-    kept_.deadLetters += 1 - static_cast<std::int64_t>(step.deadLettersDropped);
+    stats_.deadLettersDropped += conclusion.deadLettersDropped;
+    kept_.deadLetters += 1 - static_cast<std::int64_t>(conclusion.deadLettersDropped);
   }
 }
 

@@ -30,8 +30,8 @@ class Statistics {
   /// Takes that back.
   void takeBack(std::uint64_t queue, std::size_t bytes);
   void refused(Refusal refusal);
-  /// What a step of the sender, or something else, has changed.
-  void add(const Sender::Step& step);
+  /// What the sender, or something else, has changed.
+  void add(const Sender::Conclusion& conclusion);
   void add(const QueueChange& change);
 
   [[nodiscard]] default_core::Stats snapshot() const;

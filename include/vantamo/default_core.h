@@ -40,6 +40,9 @@ struct Options {
   /// Most dead letters that are kept, 0 to 100,000, and never more bytes of them than of the queue;
   /// the oldest go first.
   std::optional<std::size_t> maxDeadLetters;
+  /// Most requests under way at a time, 1 to 32, for the core's HTTP client. 1 keeps the order of
+  /// events on the wire; more give it up for a rate of up to so many in a round trip.
+  std::optional<std::size_t> maxConcurrentPosts;
 };
 
 /// Takes the options over for the life of the process; a forked child sets them again. False, and

@@ -153,10 +153,11 @@ std::pair<int, bool> attempt(const std::string& url) {
                        .wallClock = &std::chrono::system_clock::now,
                        .random = [] { return 1.0; }});
   sender.setSending(true);
-  queue->append({platform::randomUuid(), "M", "{}", 0, 0, 0});
+  queue->append({platform::randomUuid(), "M", "{}", 0});
   CurlTransport transport(shortTimes());
-  const auto step = sender.step(*queue, transport);
-  return {step.report->status, queue->front() != nullptr};
+  std::vector<default_core::DeliveryReport> reports;
+  static_cast<void>(sender.step(*queue, transport, &reports));
+  return {reports.at(0).status, queue->front() != nullptr};
 }
 
 TEST_F(HostTest, AHostileServerCostsLittleAndNoMessage) {

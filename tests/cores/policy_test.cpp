@@ -77,6 +77,7 @@ TEST(CoreSettingsTest, ValidItemsAreTaken) {
                                          {"RequestTimeoutSeconds", nullptr},
                                          {"MaxQueuedMessages", 7},
                                          {"MaxDeadLetters", 0},
+                                         {"MaxConcurrentPosts", 32},
                                          {"Unknown", Value::List{}}});
   EXPECT_TRUE(parsed.complaints.empty());
   EXPECT_TRUE(parsed.settings.manualPost);
@@ -89,6 +90,7 @@ TEST(CoreSettingsTest, ValidItemsAreTaken) {
   EXPECT_EQ(parsed.settings.maxQueuedMessages, 7U);
   EXPECT_EQ(parsed.settings.maxQueueBytes, 20U * 1024 * 1024);
   EXPECT_EQ(parsed.settings.maxDeadLetters, 0U);
+  EXPECT_EQ(parsed.settings.maxConcurrentPosts, 32U);
 }
 
 TEST(CoreSettingsTest, InvalidItemsAreNamedAndLeaveTheDefault) {
@@ -102,7 +104,8 @@ TEST(CoreSettingsTest, InvalidItemsAreNamedAndLeaveTheDefault) {
       {"RequestTimeoutSeconds", {1e300}},
       {"MaxQueuedMessages", {0, 1.5, "9"}},
       {"MaxQueueBytes", {65535}},
-      {"MaxDeadLetters", {-1}}};
+      {"MaxDeadLetters", {-1}},
+      {"MaxConcurrentPosts", {0, 33}}};
   const CoreSettings defaults;
   for (const auto& [key, values] : cases) {
     for (const Value& value : values) {
@@ -114,6 +117,7 @@ TEST(CoreSettingsTest, InvalidItemsAreNamedAndLeaveTheDefault) {
       EXPECT_EQ(settings.retry.cap, defaults.retry.cap);
       EXPECT_EQ(settings.requestTimeout, defaults.requestTimeout);
       EXPECT_EQ(settings.maxQueuedMessages, defaults.maxQueuedMessages);
+      EXPECT_EQ(settings.maxConcurrentPosts, defaults.maxConcurrentPosts);
     }
   }
   EXPECT_THAT(parseCoreSettings({{"RetryCapSeconds", 0}}).complaints.front(),

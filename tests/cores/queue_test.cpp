@@ -22,7 +22,7 @@ std::vector<std::string> deliverAll(MessageQueue& queue) {
   std::vector<std::string> bodies;
   while (const QueuedMessage* front = queue.front()) {
     bodies.push_back(front->body);
-    queue.delivered();
+    queue.delivered(front->id);
   }
   return bodies;
 }
@@ -93,13 +93,13 @@ TEST_P(QueueTest, DeadLettersAreBoundedAndComeBackOnWish) {
   std::vector<std::string> ids;
   for (const char* body : {"1", "2", "3", "4"}) {
     ids.push_back(platform::randomUuid());
-    queue->append({ids.back(), "VTMod", body, 1, 0, 0});
+    queue->append({ids.back(), "VTMod", body, 1});
   }
   static_cast<void>(queue->takeIn());
   std::size_t dropped = 0;
   for (int i = 0; i < 3; ++i) {
     ASSERT_NE(queue->front(), nullptr);
-    dropped += queue->bury(400 + i, "no", 99, {2, 1000});
+    dropped += queue->bury(ids.at(static_cast<std::size_t>(i)), 400 + i, "no", 99, {2, 1000});
   }
   EXPECT_EQ(dropped, 1U);
   const auto dead = queue->deadLetters();
@@ -132,13 +132,38 @@ TEST_F(DurableQueueTest, WhatAKilledProcessHasLeftIsFoundOnceAndInOrder) {
     const auto queue = open();
     EXPECT_EQ(queue->takeIn().messages, 4);
     EXPECT_EQ(queue->front()->body, "1");
-    queue->delivered();  // marked, and not yet removed when the process ends
+    queue->delivered(queue->front()->id);
+    static_cast<void>(queue->front());  // marked, and not yet removed when the process ends
     std::filesystem::copy(folder(), scratch() / "killed", std::filesystem::copy_options::recursive);
   }
   std::filesystem::remove_all(folder());
   std::filesystem::copy(scratch() / "killed", folder(), std::filesystem::copy_options::recursive);
   EXPECT_THAT(found(), ElementsAre("2", "3", "4"));
   EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(DurableQueueTest, DeliveriesOutOfOrderAreRemembered) {
+  leave({"1", "2", "3", "4"}, true);
+  for (const bool settled : {false, true}) {
+    const auto queue = open();
+    static_cast<void>(queue->takeIn());
+    const std::string last = queue->at(settled ? 1 : 3)->id;
+    ASSERT_EQ(queue->at(4), nullptr);
+    queue->delivered(last);
+    queue->delivered(queue->front()->id);
+    static_cast<void>(queue->front());
+    if (settled) queue->settle();
+    const auto copy = scratch() / (settled ? "settled" : "killed");
+    std::filesystem::copy(folder(), copy, std::filesystem::copy_options::recursive);
+    DurableQueue next(copy.string());
+    static_cast<void>(next.takeIn());
+    const std::vector<std::string> left = deliverAll(next);
+    if (settled) {
+      EXPECT_THAT(left, IsEmpty());
+    } else {
+      EXPECT_THAT(left, ElementsAre("2", "3"));
+    }
+  }
 }
 
 TEST_F(DurableQueueTest, FoldersOfOtherProcessesAreLeftToThemAndTakenOverAfterwards) {

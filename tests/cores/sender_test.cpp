@@ -1,7 +1,10 @@
 #include "cores/default/sender.h"
 
+#include <algorithm>
 #include <deque>
+#include <map>
 
+#include "cores/default/exchange.h"
 #include "tests/kit/host_test.h"
 
 namespace vantamo::test {
@@ -39,6 +42,36 @@ class ScriptedTransport final : public default_core::Transport {
   std::vector<std::string> bodies;
 };
 
+// Has as many requests under way as it may, and answers the newest first: with what the script says
+// for the body, once, and then with 204.
+class HastyTransport final : public core::ParallelTransport {
+ public:
+  HttpResponse post(const HttpRequest& /*request*/) override { return {}; }
+  void interrupt() noexcept override {}
+  void exchange(core::RequestSource& source, std::size_t most) override {
+    std::vector<core::RequestSource::Request> underWay;
+    for (;;) {
+      while (underWay.size() < most) {
+        auto request = source.next();
+        if (!request) break;
+        bodies.push_back(request->content.body);
+        underWay.push_back(*std::move(request));
+      }
+      if (underWay.empty()) return;
+      widest = std::max(widest, underWay.size());
+      const auto newest = std::move(underWay.back());
+      underWay.pop_back();
+      const auto scripted = script.extract(newest.content.body);
+      const int status = scripted.empty() ? 204 : scripted.mapped();
+      source.answered(newest.number, {status, {}, {}, {}});
+    }
+  }
+
+  std::map<std::string, int> script;
+  std::vector<std::string> bodies;
+  std::size_t widest = 0;
+};
+
 class SenderTest : public HostTest {
  protected:
   SenderTest() {
@@ -48,14 +81,16 @@ class SenderTest : public HostTest {
 
   void post(std::initializer_list<const char*> bodies) {
     for (const char* body : bodies) {
-      queue->append({platform::randomUuid(), "VTMod", body, 0, 0, 0});
+      queue->append({platform::randomUuid(), "VTMod", body, 0});
     }
   }
   // Steps until the sender has nothing to do now; how long it then wants to wait, -1 for no limit.
-  long long runOut() {
+  long long runOut() { return runOut(transport); }
+  long long runOut(default_core::Transport& by) {
     for (;;) {
-      const Sender::Step step = sender.step(*queue, transport);
-      if (step.report) outcomes.push_back(step.report->outcome);
+      std::vector<default_core::DeliveryReport> reports;
+      const Sender::Step step = sender.step(*queue, by, &reports);
+      for (const auto& report : reports) outcomes.push_back(report.outcome);
       if (!step.next) return -1;
       if (*step.next > now) {
         return std::chrono::duration_cast<milliseconds>(*step.next - now).count();
@@ -177,6 +212,25 @@ TEST_F(SenderTest, ManualModeSendsWhatAFlushHasSeen) {
   sender.setManual(false);
   EXPECT_EQ(runOut(), -1);
   EXPECT_TRUE(isEmpty());
+}
+
+TEST_F(SenderTest, SeveralAtATimeLoseAndRepeatNothing) {
+  HastyTransport hasty;
+  hasty.script = {{"2", 503}, {"4", 400}};
+  sender.setConcurrentPosts(3);
+  post({"1", "2", "3", "4", "5", "6", "7"});
+  EXPECT_EQ(runOut(hasty), 500);
+  EXPECT_EQ(hasty.widest, 3U);
+  // What is under way when an attempt fails is waited for; nothing else is begun.
+  const std::vector<std::string> begun = hasty.bodies;
+  EXPECT_EQ(queue->front()->body, "2");
+  now += milliseconds(500);
+  EXPECT_EQ(runOut(hasty), -1);
+  EXPECT_TRUE(isEmpty());
+  EXPECT_EQ(hasty.bodies.size(), 8U);
+  EXPECT_EQ(std::ranges::count(hasty.bodies, "2"), 2);
+  EXPECT_EQ(queue->deadLetters().at(0).body, "4");
+  EXPECT_EQ(std::ranges::count(outcomes, Outcome::delivered), 6);
 }
 
 TEST_F(SenderTest, NothingIsAttemptedWhileOffOrWithoutEndpoint) {

@@ -37,6 +37,29 @@ TEST_F(ReliabilityTest, NothingAcceptedIsLostWhenTheProcessIsKilled) {
          text(tally.differing, " of ", tally.duplicates, " differ"));
 }
 
+TEST_F(ReliabilityTest, NothingIsLostWhenSeveralRequestsAreUnderWay) {
+  constexpr int atATime = 8;
+  Endpoint endpoint([](std::size_t) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(3));
+    return 204;
+  });
+  configure(endpoint.url(), text(R"(,"MaxConcurrentPosts":)", atATime));
+  std::mt19937 random(std::random_device{}());
+  const int kills = loops(8, 100);
+  for (int i = 0; i < kills; ++i) {
+    const auto host = start(text("--prefix c", i, ". --threads 2 --count 1000000 --pace 500"));
+    host->waitFor("started");
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 80000));
+    host->signal(SIGKILL);
+    host->wait();
+  }
+  drain();
+  const Tally tally = this->tally(endpoint);
+  EXPECT_LE(tally.duplicates, static_cast<std::size_t>(atATime * kills));
+  figure("The same with eight requests at a time", text(kills, " SIGKILLs at random moments"),
+         text(tally));
+}
+
 TEST_F(ReliabilityTest, NoCallWaitsForDiskOrNetwork) {
   const Port silent(Port::Kind::silent);
   configure(silent.url(),

@@ -52,7 +52,7 @@ class InspectTest : public HostTest {
     static_cast<void>(queue.takeIn());
     for (int i = 0; i < 2; ++i) {
       ASSERT_NE(queue.front(), nullptr);
-      queue.bury(400, "status 400", 1'700'000'001'000, {});
+      queue.bury(queue.front()->id, 400, "status 400", 1'700'000'001'000, {});
     }
     queue.rest();
   }
