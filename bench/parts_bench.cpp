@@ -6,11 +6,11 @@
 #include <filesystem>
 
 #include "constraints/vt_constraints_checker.h"
+#include "facade/parameters.h"
 #include "platform/random.h"
 #include "state/vt_tags_ring_buffer.h"
 #include "support/json.h"
 #include "tags/event_formats.h"
-#include "tags/parameters.h"
 #include "tags/vt_message.h"
 #include "tags/vt_tag.h"
 #include "tags/vt_tag_dictionary.h"
@@ -84,9 +84,9 @@ BENCHMARK(dictionaryBuilder)->Arg(0)->Arg(50);
 void limits(benchmark::State& state) {
   const auto list = attributes(state);
   for (auto _ : state) {
-    const auto parameters =
-        vantamo::tags::parametersOf(vantamo::tags::productViewFormat, event(list));
-    benchmark::DoNotOptimize(VTConstraintsChecker::satisfy(parameters, "fireProductview"));
+    const vantamo::facade::Parameters parameters(vantamo::tags::productViewFormat, event(list));
+    benchmark::DoNotOptimize(
+        VTConstraintsChecker::satisfy(parameters.arguments(), "fireProductview"));
   }
 }
 BENCHMARK(limits)->Arg(0)->Arg(50);
@@ -94,7 +94,8 @@ BENCHMARK(limits)->Arg(0)->Arg(50);
 void queryStringParser(benchmark::State& state) {
   const RunningLibrary library;
   auto tag = VTTag::tagWith("Bench", "123");
-  tag.makeProductViewTag(event(attributes(state)));
+  const auto list = attributes(state);
+  tag.makeProductViewTag(event(list));
   for (auto _ : state) {
     benchmark::DoNotOptimize(vantamo::tags::dictionaryWithQueryString(tag.tag()));
   }
@@ -104,8 +105,10 @@ BENCHMARK(queryStringParser)->Arg(0)->Arg(50);
 void serialisation(benchmark::State& state) {
   const RunningLibrary library;
   auto tag = VTTagDictionary::tagWithApplicationName("Bench", "123");
-  tag.makeProductViewTag(event(attributes(state)));
-  for (auto _ : state) benchmark::DoNotOptimize(vantamo::support::writeJson(tag.tagDict()));
+  const auto list = attributes(state);
+  tag.makeProductViewTag(event(list));
+  const vantamo::Value::Map map = tag.tagDict();
+  for (auto _ : state) benchmark::DoNotOptimize(vantamo::support::writeJson(map));
 }
 BENCHMARK(serialisation)->Arg(0)->Arg(50);
 
@@ -119,6 +122,13 @@ void facadeCall(benchmark::State& state) {
   }
 }
 BENCHMARK(facadeCall)->Arg(0)->Arg(50);
+
+void ringBuffer(benchmark::State& state) {
+  VTTagsRingBuffer buffer;
+  const auto tag = std::make_shared<const vantamo::state::StoredTag>();
+  for (auto _ : state) buffer.addObject(tag);
+}
+BENCHMARK(ringBuffer);
 
 void newSession(benchmark::State& state) {
   const RunningLibrary library;

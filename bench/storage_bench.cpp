@@ -71,8 +71,8 @@ void passThroughQueue(benchmark::State& state) {
   for (auto _ : state) {
     for (int i = 0; i < batch; ++i) queue.append(message());
     static_cast<void>(queue.takeIn());
-    while (queue.front() != nullptr) {
-      queue.delivered();
+    while (const QueuedMessage* front = queue.front()) {
+      queue.delivered(front->id);
       ++count;
     }
     queue.settle();
