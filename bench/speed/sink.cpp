@@ -71,7 +71,7 @@ class Server {
 
   Sink::Seen takeSeen() {
     std::ranges::sort(keys_);
-    keys_.erase(std::ranges::unique(keys_).begin(), keys_.end());
+    keys_.erase(std::unique(keys_.begin(), keys_.end()), keys_.end());
     Sink::Seen seen{requests_, keys_.size(), accepted_, last_ - first_};
     requests_ = accepted_ = 0;
     keys_.clear();
