@@ -213,6 +213,8 @@ class Host {
   }
 
   void idle() const {
+    constexpr milliseconds untilQuiet{300};
+    std::this_thread::sleep_for(untilQuiet);
     rusage before{};
     rusage after{};
     ::getrusage(RUSAGE_SELF, &before);

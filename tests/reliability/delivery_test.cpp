@@ -131,7 +131,8 @@ TEST_F(ReliabilityTest, ClocksMayJumpAndAnIdleLibraryDoesNothing) {
     const auto result =
         run(text("--count 20 --flush ", online ? 20000 : 300, " --idle ", duration));
     EXPECT_LT(result["idle-cpu-us"], duration * 10);  // 1 %
-    EXPECT_LT(result["idle-wakeups"], 10 + duration / (sanitized ? 50 : 1000));
+    // Those of the system's, such as a page that had to be read; and a sanitizer's own thread.
+    EXPECT_LE(result["idle-wakeups"], sanitized ? duration / 50 : 2);
     measured += text(online ? "online " : "; offline ", milliseconds(result["idle-cpu-us"]),
                      " of processor time, ", result["idle-wakeups"], " wake-ups");
   }
