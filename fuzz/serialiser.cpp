@@ -39,7 +39,8 @@ void vantamo::fuzz::check(std::string_view input) {
     object.add(key, text);
   }
   std::map<std::u32string, std::u32string> flatWritten;
-  for (const auto& [key, value] : nlohmann::json::parse(object.text()).items()) {
+  const nlohmann::json flatJson = nlohmann::json::parse(object.text());
+  for (const auto& [key, value] : flatJson.items()) {
     flatWritten[charactersOf(key)] = charactersOf(value.get<std::string>());
   }
   require(flatWritten == flat, "a tag's characters are the same");
