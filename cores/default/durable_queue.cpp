@@ -85,13 +85,14 @@ void DurableQueue::doneWith(const std::deque<QueuedMessage>::const_iterator& mes
 }
 
 void DurableQueue::delivered(const std::string& id) {
+  Spool& files = spool();  // which may read the list anew
   const auto message = std::ranges::find(ahead_, id, &QueuedMessage::id);
   if (message == ahead_.end()) {
     // The database was opened anew while the message was under way.
-    counted_ += spool().store().removeById({id});
+    counted_ += files.store().removeById({id});
     return;
   }
-  spool().marks().add(id);
+  files.marks().add(id);
   unsettled_.push_back(id);
   unsettledPlaces_.push_back(message->sequence);
   doneWith(message);
@@ -99,10 +100,11 @@ void DurableQueue::delivered(const std::string& id) {
 
 std::size_t DurableQueue::bury(const std::string& id, int status, std::string_view reason,
                                std::int64_t now, const DeadLetterBounds& bounds) {
+  Spool& files = spool();  // which may read the list anew
   const auto message = std::ranges::find(ahead_, id, &QueuedMessage::id);
   if (message == ahead_.end()) throw std::out_of_range("a message that was read anew meanwhile");
   try {
-    const std::size_t dropped = spool().store().bury(*message, status, reason, now, bounds);
+    const std::size_t dropped = files.store().bury(*message, status, reason, now, bounds);
     doneWith(message);
     counted_.deadLetters += 1 - static_cast<std::int64_t>(dropped);
     return dropped;
