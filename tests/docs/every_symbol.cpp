@@ -1,0 +1,1 @@
+// Nothing of its own: the library consists of what it is linked with.
