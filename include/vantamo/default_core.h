@@ -15,16 +15,16 @@
 /// Vantamo::default_core. Everything here is safe from any thread, and nothing that derives from
 /// std::exception leaves it.
 ///
-///   vantamo::default_core::setOptions({.maxQueuedMessages = 500});  // before the first startup
-///   Vantamo::startup();
-///   ...
-///   if (!vantamo::default_core::flush(std::chrono::seconds(2))) { /* goes out next time */ }
+///     vantamo::default_core::setOptions({.maxQueuedMessages = 500});  // before the first startup
+///     Vantamo::startup();
+///     ...
+///     if (!vantamo::default_core::flush(std::chrono::seconds(2))) { /* goes out next time */ }
 namespace vantamo::default_core {
 
 /// What a host may choose. An absent member leaves the setting of NQCore.bundle, or its default.
 struct Options {
   /// The folder of the queue, an absolute path; made when missing, for this user only. Absent:
-  /// <caches>/NQCore/<ApplicationId or the executable's name>.
+  /// `CACHES/NQCore/` and the ApplicationId, or the executable's name.
   std::optional<std::string> queueFolder;
   /// Sends the requests in place of the core's own HTTP client.
   std::shared_ptr<Transport> transport;
@@ -55,49 +55,48 @@ struct Stats {
   /// Messages that were taken over, and what has become of messages, those of earlier runs
   /// included.
   std::uint64_t accepted = 0;
-  std::uint64_t delivered = 0;
-  std::uint64_t dead = 0;
-  /// Attempts that failed and are repeated, and why: no answer; a server's 3xx, 407, 408, 429 or
-  /// 5xx; an endpoint that answers 401, 403, 404 or 405.
+  std::uint64_t delivered = 0;  ///< Answered 2xx.
+  std::uint64_t dead = 0;       ///< Refused for good by the endpoint.
+  /// Attempts that failed and are repeated; the next three tell why.
   std::uint64_t retried = 0;
-  std::uint64_t retriedNetwork = 0;
-  std::uint64_t retriedServer = 0;
-  std::uint64_t retriedEndpoint = 0;
-  /// Messages that were not taken over, and why: the queue is full; larger than 1 MiB; the disk
-  /// takes no more; the library does not run.
+  std::uint64_t retriedNetwork = 0;   ///< There was no answer.
+  std::uint64_t retriedServer = 0;    ///< A server has answered 3xx, 407, 408, 429 or 5xx.
+  std::uint64_t retriedEndpoint = 0;  ///< An endpoint has answered 401, 403, 404 or 405.
+  /// Messages that were not taken over; the next four tell why.
   std::uint64_t refused = 0;
-  std::uint64_t refusedFull = 0;
-  std::uint64_t refusedTooLarge = 0;
-  std::uint64_t refusedByStorage = 0;
-  std::uint64_t refusedNotRunning = 0;
+  std::uint64_t refusedFull = 0;        ///< The queue is full.
+  std::uint64_t refusedTooLarge = 0;    ///< Larger than 1 MiB.
+  std::uint64_t refusedByStorage = 0;   ///< The disk takes no more.
+  std::uint64_t refusedNotRunning = 0;  ///< The library does not run.
   /// Dead letters that had to go because there were too many.
   std::uint64_t deadLettersDropped = 0;
 
-  /// What is kept now. Messages of earlier runs are counted a moment after the startup.
+  /// What waits now. Messages of earlier runs are counted a moment after the startup.
   std::size_t queuedMessages = 0;
-  std::size_t queuedBytes = 0;
-  std::size_t deadLetters = 0;
+  std::size_t queuedBytes = 0;  ///< Of the bodies of what waits.
+  std::size_t deadLetters = 0;  ///< How many are kept now.
   /// False while messages are kept in memory only, because no file can be used.
   bool durable = false;
 
-  /// The last answer's status, 0 when there was none; and the last reason of a failure, "" when
-  /// there was none.
-  int lastStatus = 0;
-  std::string lastError;
+  int lastStatus = 0;     ///< The last answer's status; 0 when there was none.
+  std::string lastError;  ///< The last reason of a failure; "" when there was none.
 };
+/// What the core has done and has to do. Waits for neither disk nor network, and starts nothing.
 [[nodiscard]] Stats stats();
 
+/// What an attempt has led to.
 enum class Outcome {
   delivered,  ///< the endpoint has answered 2xx
   retrying,   ///< the attempt failed; the message is kept for another one
   dead,       ///< the endpoint refuses this message; it is among the dead letters
 };
 
+/// What the delivery callback hears of an attempt.
 struct DeliveryReport {
   /// The message's random id, sent as `Idempotency-Key` with every attempt.
   std::string id;
-  std::string moduleName;
-  Outcome outcome = Outcome::delivered;
+  std::string moduleName;  ///< The module that has posted it: "VTMod" for every event.
+  Outcome outcome = Outcome::delivered;  ///< What becomes of the message.
   /// The answer's status, 0 when there was none.
   int status = 0;
   /// Why it was not delivered; "" when it was.
@@ -118,13 +117,13 @@ bool flush(std::chrono::milliseconds deadline);
 
 /// A message that the endpoint has refused for good (a 4xx answer that speaks of the message).
 struct DeadLetter {
-  std::string id;
-  std::string moduleName;
-  std::string body;
-  int status = 0;
-  std::string reason;
-  std::chrono::system_clock::time_point accepted;
-  std::chrono::system_clock::time_point died;
+  std::string id;          ///< As in a DeliveryReport.
+  std::string moduleName;  ///< The module that has posted it.
+  std::string body;        ///< The tag, as it was sent.
+  int status = 0;          ///< The answer's status; 0 when its module was missing.
+  std::string reason;      ///< Why it is dead.
+  std::chrono::system_clock::time_point accepted;  ///< When the core took it over.
+  std::chrono::system_clock::time_point died;      ///< When it was given up.
 };
 
 /// The dead letters, oldest first; none when they cannot be read. This and the next three read or

@@ -4,6 +4,7 @@
 
 class NQLifecycleObject;
 
+/// @file
 /// What a core finds of the modules. A forked child finds the same as its parent.
 namespace vantamo {
 

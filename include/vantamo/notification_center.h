@@ -17,6 +17,7 @@ class NotificationCenter {
   /// `sender` is whatever the poster named, or null.
   using Handler = std::function<void(const void* sender)>;
 
+  /// The one centre of the process.
   static NotificationCenter& defaultCenter();
 
   NotificationCenter(const NotificationCenter&) = delete;

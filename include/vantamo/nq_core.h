@@ -9,6 +9,7 @@
 #include "vantamo/text.h"
 #include "vantamo/value.h"
 
+/// @file
 /// The contract between the module and the core that carries its tags.
 ///
 /// Whoever brings a core defines the three functions that are only declared here:
@@ -44,7 +45,7 @@ class NQMessage {
 
 /// What a module may do with a request before the core sends it.
 struct NQRequest {
-  std::string url;
+  std::string url;  ///< Where it goes.
   /// Header name to string value.
   vantamo::Value::Map headers;
 };
@@ -102,11 +103,10 @@ class NQLifecycleObject {
 /// Watches whether one host can be reached.
 class NQReachability {
  public:
-  /// Not reachable; reachable; reachable over a wide-area (mobile) network. Other values of
-  /// currentReachabilityStatus are unknown.
-  static constexpr long long notReachable = 0;
-  static constexpr long long reachableViaWiFi = 1;
-  static constexpr long long reachableViaWWAN = 2;
+  // What currentReachabilityStatus answers; other values are unknown.
+  static constexpr long long notReachable = 0;      ///< Not reachable.
+  static constexpr long long reachableViaWiFi = 1;  ///< Reachable.
+  static constexpr long long reachableViaWWAN = 2;  ///< Over a wide-area (mobile) network.
 
   NQReachability() = default;
   NQReachability(const NQReachability&) = delete;

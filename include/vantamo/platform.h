@@ -9,8 +9,8 @@ namespace vantamo {
 
 /// Width and height of the main screen in logical points (not pixels).
 struct ScreenSize {
-  double width = 0;
-  double height = 0;
+  double width = 0;   ///< In logical points.
+  double height = 0;  ///< In logical points.
 };
 
 /// What the operating system's notion of the current device's user interface is.

@@ -11,47 +11,49 @@
 
 #include "vantamo/nq_core.h"
 
-/// A core for a host's own tests: link Vantamo::recording_core in place of the default core, and
-/// NQCore::sharedInstance() is this one. It sends nothing, keeps everything, and plays the answers
-/// that the test has set.
-///
-///   auto& core = vantamo::RecordingCore::sharedInstance();
-///   core.settings["VTMod"].set("PostMessageUrl", "https://tags.example/collect");
-///   core.reachabilityStatus = NQReachability::reachableViaWiFi;
-///   Vantamo::startup();
-///   Vantamo::firePageView({.pageId = "home"});
-///   EXPECT_EQ(core.messages.at(0).body.stringAt("pi"), "home");
-///
-/// The plain members are for the test's own thread: set and read them while no call into the
-/// library runs on another. Contract calls themselves are safe from any thread.
 namespace vantamo {
 
 class RecordingReachability;
 
+/// A core for a host's own tests: link Vantamo::recording_core in place of the default core, and
+/// NQCore::sharedInstance() is this one. It sends nothing, keeps everything, and plays the answers
+/// that the test has set.
+///
+///     auto& core = vantamo::RecordingCore::sharedInstance();
+///     core.settings["VTMod"].set("PostMessageUrl", "https://tags.example/collect");
+///     core.reachabilityStatus = NQReachability::reachableViaWiFi;
+///     Vantamo::startup();
+///     Vantamo::firePageView({.pageId = "home"});
+///     EXPECT_EQ(core.messages.at(0).body.stringAt("pi"), "home");
+///
+/// The plain members are for the test's own thread: set and read them while no call into the
+/// library runs on another. Contract calls themselves are safe from any thread.
 class RecordingCore final : public NQCore {
  public:
+  /// A message that was posted.
   struct Message {
-    std::string moduleName;
+    std::string moduleName;  ///< The module that has posted it.
     /// What the message's jsonDictionary answered when it was posted.
     Value::Map body;
   };
 
   /// How often each operation of the contract was called.
   struct Calls {
-    int enableModule = 0;
-    int disableModule = 0;
-    int getConfigItem = 0;
-    int postMessage = 0;
-    int flushQueues = 0;
-    int setUserAgentFromBrowser = 0;
-    int setNQAdvertisingId = 0;
-    int getNQAdvertisingId = 0;
-    int reachabilityWithHostName = 0;
-    int startNotifier = 0;
-    int stopNotifier = 0;
-    int currentReachabilityStatus = 0;
+    int enableModule = 0;               ///< Calls of NQCore::enableModule.
+    int disableModule = 0;              ///< Calls of NQCore::disableModule.
+    int getConfigItem = 0;              ///< Calls of NQCore::getConfigItem.
+    int postMessage = 0;                ///< Calls of NQCore::postMessage.
+    int flushQueues = 0;                ///< Calls of NQCore::flushQueues.
+    int setUserAgentFromBrowser = 0;    ///< Calls of NQCore::setUserAgentFromBrowser.
+    int setNQAdvertisingId = 0;         ///< Calls of NQCore::setNQAdvertisingId.
+    int getNQAdvertisingId = 0;         ///< Calls of NQCore::getNQAdvertisingId.
+    int reachabilityWithHostName = 0;   ///< Calls of NQReachability::reachabilityWithHostName.
+    int startNotifier = 0;              ///< Calls of NQReachability::startNotifier.
+    int stopNotifier = 0;               ///< Calls of NQReachability::stopNotifier.
+    int currentReachabilityStatus = 0;  ///< Calls of NQReachability::currentReachabilityStatus.
   };
 
+  /// The one core of the process; a forked child has another.
   static RecordingCore& sharedInstance();
 
   /// Posted messages in order of arrival.
@@ -60,7 +62,7 @@ class RecordingCore final : public NQCore {
   std::map<std::string, Value::Map, std::less<>> settings;
   /// What the base message adds to every message.
   Value::Map baseMessage;
-  std::optional<std::string> advertisingId;
+  std::optional<std::string> advertisingId;  ///< Absent when none is set.
 
   /// What reachability watchers answer; see also changeReachability.
   long long reachabilityStatus = NQReachability::reachableViaWiFi;
@@ -68,18 +70,21 @@ class RecordingCore final : public NQCore {
   bool stopNotifierAnswer = true;
   /// When false, no watcher is made.
   bool makesReachability = true;
-  /// When true, enableModule or disableModule answers false without calling the module.
-  bool refuseEnable = false;
-  bool refuseDisable = false;
+  bool refuseEnable = false;   ///< When true, enableModule answers false and calls no module.
+  bool refuseDisable = false;  ///< When true, disableModule answers false and calls no module.
 
-  Calls calls;
+  Calls calls;  ///< How often the library has called.
   /// Host names that watchers were asked for, oldest first.
   std::vector<std::string> hostNames;
 
-  /// Called at the start of the operation, before anything is recorded; may throw or call the
-  /// library.
+  // Called at the start of the operation, before anything is recorded; may throw or call the
+  // library.
+
+  /// Called with the message's map.
   std::function<void(const Value::Map& body)> onPostMessage;
+  /// Called with what is asked for.
   std::function<void(std::string_view key, std::string_view moduleName)> onGetConfigItem;
+  /// Called before the module is looked for.
   std::function<void()> onEnableModule;
 
   /// What NQReachability::reachabilityWithHostName answers.

@@ -21,10 +21,10 @@ namespace vantamo {
 /// A view of a string that may be absent. Absent and empty are different things: an absent argument
 /// was left out by the host, an empty one was given.
 ///
-///   Text a;                    // absent
-///   Text b = nullptr;          // absent, as is a null const char*
-///   Text c = "";               // present and empty
-///   Text d = std::string("x"); // present; dies with the temporary at the end of the statement
+///     Text a;                    // absent
+///     Text b = nullptr;          // absent, as is a null const char*
+///     Text c = "";               // present and empty
+///     Text d = std::string("x"); // present; dies with the temporary at the end of the statement
 ///
 /// A Text is meant for the duration of one call: it owns nothing, and what it looks at must outlive
 /// it. Bytes are taken as UTF-8; ill-formed sequences are replaced by U+FFFD where a tag is built.
@@ -32,13 +32,17 @@ namespace vantamo {
 class Text {
  public:
   constexpr Text() noexcept = default;
-  constexpr Text(std::nullptr_t) noexcept {}
-  constexpr Text(std::nullopt_t) noexcept {}
+  constexpr Text(std::nullptr_t) noexcept {}  ///< Absent.
+  constexpr Text(std::nullopt_t) noexcept {}  ///< Absent.
+  /// Up to the first NUL; absent when the pointer is null.
   constexpr Text(const char* text VANTAMO_LIFETIMEBOUND) noexcept
       : view_(text == nullptr ? std::string_view{} : std::string_view{text}),
         present_(text != nullptr) {}
+  /// Present, whatever it views.
   constexpr Text(std::string_view text) noexcept : view_(text), present_(true) {}
+  /// Present.
   Text(const std::string& text VANTAMO_LIFETIMEBOUND) noexcept : view_(text), present_(true) {}
+  /// Absent when the optional is.
   Text(const std::optional<std::string>& text VANTAMO_LIFETIMEBOUND) noexcept
       : view_(text ? std::string_view{*text} : std::string_view{}), present_(text.has_value()) {}
 
@@ -60,10 +64,10 @@ class Text {
 
 /// A view of an ordered list of strings that may be absent; absent and empty are different things.
 ///
-///   TextList a;                          // absent, as are nullptr and {}
-///   TextList b = {"spring", "web"};      // a list of two
-///   std::vector<std::string> none;
-///   TextList c = none;                   // present and empty
+///     TextList a;                          // absent, as are nullptr and {}
+///     TextList b = {"spring", "web"};      // a list of two
+///     std::vector<std::string> none;
+///     TextList c = none;                   // present and empty
 ///
 /// Takes braces, any contiguous range of things a Text can be made from, and an optional vector of
 /// strings. Like Text it owns nothing and is meant for the duration of one call. An entry that is
@@ -71,11 +75,13 @@ class Text {
 class TextList {
  public:
   constexpr TextList() noexcept = default;
-  constexpr TextList(std::nullptr_t) noexcept {}
-  constexpr TextList(std::nullopt_t) noexcept {}
+  constexpr TextList(std::nullptr_t) noexcept {}  ///< Absent.
+  constexpr TextList(std::nullopt_t) noexcept {}  ///< Absent.
+  /// Present, of what stands in the braces.
   constexpr TextList(std::initializer_list<Text> list VANTAMO_LIFETIMEBOUND) noexcept
       : data_(list.begin()), size_(list.size()), at_(&entryOf<Text>), present_(true) {}
 
+  /// Present, of the range's entries.
   template <std::ranges::contiguous_range Range>
   requires(!std::is_same_v<Range, TextList> &&
            std::is_convertible_v<const std::ranges::range_value_t<Range>&, Text>)
@@ -86,6 +92,7 @@ class TextList {
         at_(&entryOf<std::ranges::range_value_t<Range>>),
         present_(true) {}
 
+  /// Absent when the optional is.
   template <class Optional>
   requires std::is_same_v<Optional, std::optional<std::vector<std::string>>> TextList(
       const Optional& list VANTAMO_LIFETIMEBOUND)

@@ -7,14 +7,16 @@
 
 namespace vantamo::default_core {
 
+/// What a Transport sends.
 struct HttpRequest {
-  std::string url;
+  std::string url;  ///< The endpoint, http or https.
   /// Names and values, without line breaks or other control characters.
   std::vector<std::pair<std::string, std::string>> headers;
   /// Any bytes, at most 1 MiB.
   std::string body;
 };
 
+/// What has come of it.
 struct HttpResponse {
   /// The server's final status (200 and above); 0 when there was no answer.
   int status = 0;
@@ -30,11 +32,11 @@ struct HttpResponse {
 /// Sends requests for the default core, which keeps queue, retries and limits as they are. A host
 /// that has an HTTP stack of its own derives from this and hands it over in Options:
 ///
-///   class AppTransport final : public vantamo::default_core::Transport {
-///    public:
-///     HttpResponse post(const HttpRequest& request) override { ... }
-///     void interrupt() noexcept override { ... }
-///   };
+///     class AppTransport final : public vantamo::default_core::Transport {
+///      public:
+///       HttpResponse post(const HttpRequest& request) override { ... }
+///       void interrupt() noexcept override { ... }
+///     };
 class Transport {
  public:
   Transport() = default;

@@ -24,14 +24,16 @@ class ValueTypeError : public std::runtime_error {
 class ValueMap {
  public:
   struct Entry;
+  /// Of the entries, in their order.
   using const_iterator = std::vector<Entry>::const_iterator;
 
-  ValueMap();
+  ValueMap();  ///< Empty.
+  /// As fromEntries.
   ValueMap(std::initializer_list<Entry> entries);
-  ValueMap(const ValueMap&);
-  ValueMap(ValueMap&&) noexcept;
-  ValueMap& operator=(const ValueMap&);
-  ValueMap& operator=(ValueMap&&) noexcept;
+  ValueMap(const ValueMap&);                 ///< A deep copy.
+  ValueMap(ValueMap&&) noexcept;             ///< Leaves the other one empty.
+  ValueMap& operator=(const ValueMap&);      ///< A deep copy.
+  ValueMap& operator=(ValueMap&&) noexcept;  ///< Leaves the other one unspecified.
   ~ValueMap();
 
   /// A map of all `entries`; of equal keys the last value wins, at the place of the first.
@@ -48,10 +50,10 @@ class ValueMap {
   /// Stores every entry of `other`; its values win.
   void merge(const ValueMap& other);
 
-  [[nodiscard]] std::size_t size() const noexcept;
-  [[nodiscard]] bool empty() const noexcept;
-  [[nodiscard]] const_iterator begin() const noexcept;
-  [[nodiscard]] const_iterator end() const noexcept;
+  [[nodiscard]] std::size_t size() const noexcept;      ///< How many entries.
+  [[nodiscard]] bool empty() const noexcept;            ///< Whether there is none.
+  [[nodiscard]] const_iterator begin() const noexcept;  ///< The first entry.
+  [[nodiscard]] const_iterator end() const noexcept;    ///< Past the last one.
 
   /// Equal when both hold equal values under the same keys; order does not matter.
   friend bool operator==(const ValueMap& a, const ValueMap& b);
@@ -66,11 +68,13 @@ class ValueMap {
 /// A value type: copies are deep, and one object may be read from many threads.
 class Value {
  public:
-  using List = std::vector<Value>;
-  using Map = ValueMap;
+  using List = std::vector<Value>;  ///< In order.
+  using Map = ValueMap;             ///< From string to value.
 
-  Value() noexcept = default;
-  Value(std::nullptr_t) noexcept {}
+  Value() noexcept = default;        ///< The null marker.
+  Value(std::nullptr_t) noexcept {}  ///< The null marker.
+  /// @{
+  /// Of the argument's kind. A null `const char*` must not be given.
   Value(bool boolean) noexcept : data_(boolean) {}
   Value(int integer) noexcept : data_(std::int64_t{integer}) {}
   Value(std::int64_t integer) noexcept : data_(integer) {}
@@ -80,7 +84,10 @@ class Value {
   Value(std::string text) noexcept : data_(std::move(text)) {}
   Value(List list) noexcept : data_(std::move(list)) {}
   Value(Map map) noexcept : data_(std::move(map)) {}
+  /// @}
 
+  /// @{
+  /// Whether this kind is held.
   [[nodiscard]] bool isNull() const noexcept { return holds<std::monostate>(); }
   [[nodiscard]] bool isBool() const noexcept { return holds<bool>(); }
   /// An integer, a real or a boolean: booleans are numbers.
@@ -90,20 +97,25 @@ class Value {
   [[nodiscard]] bool isString() const noexcept { return holds<std::string>(); }
   [[nodiscard]] bool isList() const noexcept { return holds<List>(); }
   [[nodiscard]] bool isMap() const noexcept { return holds<Map>(); }
+  /// @}
 
+  /// @{
   /// The held value. Each throws ValueTypeError, naming what is held instead, on another kind.
   [[nodiscard]] const std::string& string() const;
   [[nodiscard]] const List& list() const;
   [[nodiscard]] const Map& map() const;
   /// Any number as a real.
   [[nodiscard]] double number() const;
+  /// @}
 
+  /// @{
   /// The held string, list or map, or a null pointer on another kind.
   [[nodiscard]] const std::string* ifString() const noexcept {
     return std::get_if<std::string>(&data_);
   }
   [[nodiscard]] const List* ifList() const noexcept { return std::get_if<List>(&data_); }
   [[nodiscard]] const Map* ifMap() const noexcept { return std::get_if<Map>(&data_); }
+  /// @}
 
   /// The boolean meaning of whatever is held: a number other than 0; a string that, after leading
   /// blanks, a sign and zeros, begins with one of Y y T t 1-9; otherwise false.
@@ -117,6 +129,7 @@ class Value {
     return std::visit(std::forward<Visitor>(visitor), data_);
   }
 
+  /// Equal when both hold the same kind and equal values: 1 and 1.0 differ.
   friend bool operator==(const Value& a, const Value& b) { return a.data_ == b.data_; }
 
  private:
@@ -128,9 +141,10 @@ class Value {
   std::variant<std::monostate, bool, std::int64_t, double, std::string, List, Map> data_;
 };
 
+/// One entry of a map.
 struct ValueMap::Entry {
-  std::string key;
-  Value value;
+  std::string key;  ///< Any text, the empty one included.
+  Value value;      ///< What stands under the key.
 };
 
 }  // namespace vantamo

@@ -8,10 +8,10 @@
 
 /// The client analytics library as a host application sees it.
 ///
-///   Vantamo::startup();
-///   Vantamo::firePageView({.pageId = "home", .category = "start"});
-///   Vantamo::fireProductview({.pageId = "p", .productId = "sku-1", .productName = "Shoe"});
-///   Vantamo::shutdown();
+///     Vantamo::startup();
+///     Vantamo::firePageView({.pageId = "home", .category = "start"});
+///     Vantamo::fireProductview({.pageId = "p", .productId = "sku-1", .productName = "Shoe"});
+///     Vantamo::shutdown();
 ///
 /// Every operation is static, may be called from any thread, and returns at once: nothing here
 /// waits for the network. No exception derived from std::exception leaves an operation (the two
