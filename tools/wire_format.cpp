@@ -2,17 +2,30 @@
 // to it. Usage: vantamo_wire_format > docs/wire-format.md
 
 #include <algorithm>
+#include <cctype>
+#include <exception>
 #include <iostream>
 #include <string>
+#include <utility>
 
 #include "constraints/vt_constraints_checker.h"
 #include "tags/event_formats.h"
+#include "tools/event_texts.h"
 
 namespace {
 
 using namespace vantamo::tags;
 
+using namespace vantamo::tools;
+
 std::string code(std::string_view text) { return std::string("`").append(text).append("`"); }
+
+// The anchor of an event's heading.
+std::string lowered(std::string_view name) {
+  std::string text(name);
+  std::ranges::transform(text, text.begin(), [](unsigned char c) { return std::tolower(c); });
+  return text;
+}
 
 std::string whenWritten(Form form) {
   switch (form) {
@@ -46,10 +59,48 @@ std::string limitsOf(std::string_view event, std::string_view argument) {
   return text + (limit->required ? ", not empty" : "");
 }
 
+// The required arguments, in the order of the aggregate.
+template <class Event, class Writer>
+void forEachRequired(const EventFormat<Event>& format, Writer write) {
+  bool first = true;
+  for (const auto& field : format.fields) {
+    if (field.required.empty()) continue;
+    write(field, std::exchange(first, false));
+  }
+}
+
 template <class Event>
-void writeEvent(const EventFormat<Event>& format) {
-  std::cout << "\n### " << code(format.name) << "\n\nWritten first: " << code("tid") << " = "
-            << code(std::to_string(format.code));
+void writeOverview(const EventFormat<Event>& format) {
+  std::cout << "| [" << code(format.name) << "](#" << lowered(format.name) << ") | "
+            << purposeOf(format.name) << " | ";
+  forEachRequired(format, [](const auto& field, bool first) {
+    std::cout << (first ? "" : ", ") << code(field.argument);
+  });
+  std::cout << " |\n";
+}
+
+template <class Event>
+void writeExample(const EventFormat<Event>& format) {
+  constexpr std::size_t widest = 100;
+  const std::string call = std::string("Vantamo::").append(format.name).append("({");
+  std::string line = call;
+  std::cout << "```cpp\n";
+  forEachRequired(format, [&](const auto& field, bool first) {
+    const std::string member =
+        "." + std::string(field.argument) + " = \"" + std::string(sampleOf(field.argument)) + "\"";
+    if (!first && line.size() + member.size() + 4 > widest) {
+      std::cout << line << ",\n";
+      line = std::string(call.size(), ' ');
+      first = true;
+    }
+    line += (first ? "" : ", ") + member;
+  });
+  std::cout << line << "});\n```\n";
+}
+
+template <class Event>
+void writeFixedKeys(const EventFormat<Event>& format) {
+  std::cout << "\nWritten first: " << code("tid") << " = " << code(std::to_string(format.code));
   for (const auto& value : format.leading) {
     std::cout << ", " << code(value.key) << " = "
               << (value.source == Source::constant ? code(value.constant)
@@ -59,24 +110,55 @@ void writeEvent(const EventFormat<Event>& format) {
     std::cout << "; after the keys that are always written: " << code(value.key) << " = "
               << code(value.constant);
   }
-  std::cout << ".\n\n| argument | key | required | written | limits |\n|---|---|---|---|---|\n";
+  std::cout << ".\n";
+}
+
+template <class Event>
+void writeEvent(const EventFormat<Event>& format) {
+  std::cout << "\n### " << code(format.name) << "\n\n" << purposeOf(format.name) << "\n\n";
+  writeExample(format);
+  std::cout << "\n| argument | | required | limits | key | written |\n|---|---|---|---|---|---|\n";
   for (const auto& field : format.fields) {
     const std::string order = field.required.empty() ? ""
                                                      : std::to_string(field.requiredOrder) + ", " +
                                                            std::string(field.required);
-    std::cout << "| " << code(field.argument) << " | " << keyOf(format, field) << " | " << order
-              << " | " << whenWritten(field.form) << " | "
-              << (field.checked ? limitsOf(format.name, field.argument) : "not checked") << " |\n";
+    std::cout << "| " << code(field.argument) << " | " << meaningOf(format.name, field.argument)
+              << " | " << order << " | "
+              << (field.checked ? limitsOf(format.name, field.argument) : "not checked") << " | "
+              << keyOf(format, field) << " | " << whenWritten(field.form) << " |\n";
   }
+  writeFixedKeys(format);
 }
 
-constexpr std::string_view introduction = R"(# The wire format
+constexpr std::string_view introduction = R"(# Events, limits and the wire format
 
 <!-- Written by vantamo_wire_format from the event tables in the code: change those, then run it. -->
 
-Each event becomes one *tag*: short keys with string values. The core posts it as one JSON object, in
-one `POST` with `Content-Type: application/json`; a message counts as delivered when the server
-answers 2xx. Every attempt to deliver a message carries the same `Idempotency-Key` header.
+An app reports an event with one call; its arguments have names, all values are text, and those that
+are left out are absent. Each event becomes one *tag*: short keys with string values. The core posts
+it as one JSON object, in one `POST` with `Content-Type: application/json`; a message counts as
+delivered when the server answers 2xx. Every attempt to deliver a message carries the same
+`Idempotency-Key` header.
+
+| event | | required arguments |
+|---|---|---|
+)";
+
+constexpr std::string_view rules = R"(
+**Required** means present and not empty. An event without one of these is refused: the call answers
+false, nothing is sent, and the debug log names the first one that is missing. The number in the
+tables is the order of the tests, the name the one in the log.
+
+**Limits** are checked after the tag has gone out and decide only the answer of the call: a value that
+is too long is sent as it is, and the call answers false. Lengths are counted in UTF-16 code units, as
+many string types of phones do. Of a list the number of entries and the length of each are limited.
+
+**Lists** under one key travel as one string, their elements joined with `-_-`. At most 50 attributes
+are written; the digest `ha1` is the SHA-1 of all of them, joined in the same way.
+
+**Values** go out as the app gave them: nothing is escaped or trimmed. Only ill-formed UTF-8 is
+repaired, each ill-formed sequence as one U+FFFD. Fired events carry `""` for optional strings that
+were left out.
 
 ## In every tag
 
@@ -93,29 +175,26 @@ answers 2xx. Every attempt to deliver a message carries the same `Idempotency-Ke
 | `cjsid` | the session id |
 | `cjvf` | `1` |
 
-Values go out as the host gave them: nothing is escaped or trimmed. Only ill-formed UTF-8 is
-repaired, each ill-formed sequence as one U+FFFD. Fired events carry `""` for optional strings that
-were left out.
-
 ## The first page view of a session
 
 It is sent as technical properties in place of a page view: `tid` = `6`, `pc` = `Y`, `pd` = `24`,
 `sw` and `sh` (the main screen in logical points), then the page view's own keys. Four headers go
 with it: `VT-OS`, `VT-MobileDevice`, `VT-DeviceType` (`PHONE` or `TABLET`), `VT-OSVersion`.
 
-## Events
-
-*Required* tells the order in which arguments are tested and the name used in the debug log; an event
-without one of them is refused. *Limits* are checked after the tag has gone out and decide only the
-answer of the call; lengths are counted in UTF-16 code units. Lists under one key travel as one
-string, their elements joined with `-_-`. At most 50 attributes are written; the digest `ha1` is the
-SHA-1 of all of them, joined in the same way.
+## The events
 )";
 
 }  // namespace
 
 int main() {
-  std::cout << introduction;
-  forEachEvent([](const auto& format) { writeEvent(format); });
-  return std::cout.flush() ? 0 : 1;
+  try {
+    std::cout << introduction;
+    forEachEvent([](const auto& format) { writeOverview(format); });
+    std::cout << rules;
+    forEachEvent([](const auto& format) { writeEvent(format); });
+    return std::cout.flush() ? 0 : 1;
+  } catch (const std::exception& error) {
+    std::cerr << "vantamo_wire_format: " << error.what() << '\n';
+    return 1;
+  }
 }
