@@ -20,6 +20,8 @@ BUILT_IN = {"cd", "export", "set", "source", ".", "exit", "trap", "wait", "kill"
             "printf", "{", "}", "!", "local", "return", "unset", "ulimit", "umask", "shift", "command"}
 PREFIXES = {"sudo", "env", "exec", "time", "nohup", "setsid", "if", "then", "else", "do", "while", "!",
             "{", "command"}
+# Programs and scripts of the tree and its build: what is named there has to be there.
+OURS = ("bench/", "build/examples/", "build/tools/", "cmake/", "docs/", "examples/", "tools/")
 SEPARATORS = {"|", "||", "&&", ";", "&", ";;", "|&", "(", ")", "<(", "\n"}
 OUTPUT_GAP = "..."
 
@@ -111,7 +113,7 @@ def fault_of(words, work):
         known = not arguments or re.search(rf"^  {re.escape(arguments[0])}\s", dev_help(work), re.M)
         known = known or arguments[0] == "help"
         return None if known else f"./dev has no {arguments[0]}"
-    if name in ("vantamo", "build/vantamo", "./build/vantamo"):
+    if re.fullmatch(r"(?:(?:[\w./-]+/)?build/)?vantamo", name):
         return fault_of_program(arguments, work)
     if name in ("cmake", "ctest"):
         return fault_of_cmake(arguments, work)
@@ -119,8 +121,7 @@ def fault_of(words, work):
         path = name.removeprefix("./")
         there = (work.root / path).exists() or (
             path.startswith("build/") and (work.build / path[6:]).exists())
-        own = path.split("/")[0] not in ("build", "tools", "bench", "docs", "examples", "cmake")
-        return None if there or own else f"there is no {name}"
+        return f"there is no {name}" if path.startswith(OURS) and not there else None
     return None if name in ELSEWHERE or shutil.which(name) else f"there is no command {name}"
 
 
