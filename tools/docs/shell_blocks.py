@@ -80,9 +80,10 @@ def fault_of_program(words, work):
     while len(words) > len(path) and re.search(rf"^  {re.escape(words[len(path)])}\s", known, re.M):
         path.append(words[len(path)])
         known = help_of(work, *path)
-    if not path and words and not words[0].startswith("-") and not words[0].isupper():
-        return f"vantamo has no {words[0]}"
-    for word in words[len(path):]:
+    rest = words[len(path):]
+    if rest and re.search(r"^Subcommands:", known, re.M) and re.match(r"[a-z]", rest[0]):
+        return f"{' '.join(['vantamo', *path])} has no {rest[0]}"
+    for word in rest:
         option = word.split("=")[0]
         if re.fullmatch(r"--?[a-z][\w-]*", option) and not re.search(
                 rf"(?<![\w-]){re.escape(option)}(?![\w-])", known):
