@@ -25,24 +25,24 @@ namespace vantamo::default_core {
 struct Options {
   /// The folder of the queue, an absolute path; made when missing, for this user only. Absent:
   /// `CACHES/NQCore/` and the ApplicationId, or the executable's name.
-  std::optional<std::string> queueFolder;
+  std::optional<std::string> queueFolder{};
   /// Sends the requests in place of the core's own HTTP client.
-  std::shared_ptr<Transport> transport;
+  std::shared_ptr<Transport> transport{};
   /// The time of day, in place of the system's. It dates messages; no wait depends on it.
-  std::function<std::chrono::system_clock::time_point()> wallClock;
+  std::function<std::chrono::system_clock::time_point()> wallClock{};
   /// A PEM file of the certificate authorities that the core's HTTP client trusts, in place of the
   /// system's.
-  std::optional<std::string> certificateFile;
+  std::optional<std::string> certificateFile{};
   /// Most messages that may wait, 1 to 1,000,000.
-  std::optional<std::size_t> maxQueuedMessages;
+  std::optional<std::size_t> maxQueuedMessages{};
   /// Most bytes of messages that may wait, 65,536 to 1 GiB.
-  std::optional<std::size_t> maxQueueBytes;
+  std::optional<std::size_t> maxQueueBytes{};
   /// Most dead letters that are kept, 0 to 100,000, and never more bytes of them than of the queue;
   /// the oldest go first.
-  std::optional<std::size_t> maxDeadLetters;
+  std::optional<std::size_t> maxDeadLetters{};
   /// Most requests under way at a time, 1 to 32, for the core's HTTP client. 1 keeps the order of
   /// events on the wire; more give it up for a rate of up to so many in a round trip.
-  std::optional<std::size_t> maxConcurrentPosts;
+  std::optional<std::size_t> maxConcurrentPosts{};
 };
 
 /// Takes the options over for the life of the process; a forked child sets them again. False, and

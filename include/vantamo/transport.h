@@ -21,12 +21,12 @@ struct HttpResponse {
   /// The server's final status (200 and above); 0 when there was no answer.
   int status = 0;
   /// Why there was none; "" otherwise.
-  std::string error;
+  std::string error{};
   /// The header `Retry-After` as it came; absent when the answer has none.
-  std::optional<std::string> retryAfter;
+  std::optional<std::string> retryAfter{};
   /// The header `Date` as it came, by which a date in `Retry-After` is understood whatever the
   /// clock of this machine says; absent when the answer has none.
-  std::optional<std::string> date;
+  std::optional<std::string> date{};
 };
 
 /// Sends requests for the default core, which keeps queue, retries and limits as they are. A host

@@ -7,7 +7,7 @@ import re
 from workplace import Endpoint, indented, write_bundle
 
 STANDARD = {"cpp": "-std=c++20", "c": "-std=c11"}
-WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Werror", "-Wno-missing-field-initializers"]
+WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Werror"]
 # What a fragment leaves to the reader: what it makes is used further on.
 UNUSED = ["-Wno-unused", "-Wno-unused-result"]
 PRELUDE = {

@@ -6,6 +6,7 @@ import re
 
 FENCE = re.compile(r"^(\s*)(`{3,}|~{3,})\s*(.*?)\s*$")
 NOTE = re.compile(r"<!--\s*(block|file|given|tested):\s*(.*?)\s*-->", re.S)
+PATH = re.compile(r"<!--\s*([\w.-]+(?:/[\w.-]+)+)\s*-->")  # short for file: PATH
 LINK = re.compile(r"!?\[(?:[^\]\[]|\[[^\]]*\])*\]\(\s*<?([^)\s>]+)>?[^)]*\)")
 HEADING = re.compile(r"^(#{1,6})\s+(.*?)\s*#*\s*$")
 
@@ -78,10 +79,12 @@ def notes_at_end(lines):
     notes, text = {}, "\n".join(lines).rstrip()
     while text.endswith("-->"):
         start = text.rfind("<!--")
-        match = NOTE.fullmatch(text[start:])
-        if not match:
+        if match := NOTE.fullmatch(text[start:]):
+            notes[match.group(1)] = match.group(2)
+        elif match := PATH.fullmatch(text[start:]):
+            notes["file"] = match.group(1)
+        else:
             break
-        notes[match.group(1)] = match.group(2)
         text = text[:start].rstrip()
     return notes
 
