@@ -109,6 +109,7 @@ void RecordingCore::setUserAgentFromBrowser() {
 }
 
 bool RecordingCore::setNQAdvertisingId(Text id) {
+  if (const auto hook = onAdvertisingId) hook();
   const std::scoped_lock lock(mutex_);
   ++calls.setNQAdvertisingId;
   advertisingId = id.absentOrEmpty() ? std::nullopt : id.copy();
@@ -116,6 +117,7 @@ bool RecordingCore::setNQAdvertisingId(Text id) {
 }
 
 std::optional<std::string> RecordingCore::getNQAdvertisingId() {
+  if (const auto hook = onAdvertisingId) hook();
   const std::scoped_lock lock(mutex_);
   ++calls.getNQAdvertisingId;
   return advertisingId;
@@ -145,6 +147,7 @@ void RecordingCore::reset() {
   hostNames.clear();
   onPostMessage = nullptr;
   onGetConfigItem = nullptr;
+  onAdvertisingId = nullptr;
   onEnableModule = nullptr;
 }
 

@@ -86,6 +86,8 @@ class RecordingCore final : public NQCore {
   std::function<void(std::string_view key, std::string_view moduleName)> onGetConfigItem;
   /// Called before the module is looked for.
   std::function<void()> onEnableModule;
+  /// For both operations on the advertising id.
+  std::function<void()> onAdvertisingId;
 
   /// What NQReachability::reachabilityWithHostName answers.
   std::shared_ptr<NQReachability> makeReachability(std::string_view hostName);
