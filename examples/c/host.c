@@ -10,11 +10,11 @@
 #include <stdio.h>
 #include <vantamo/vantamo_c.h>
 
-static void report(const char *call, bool answer) {
+static void report(const char* call, bool answer) {
   printf("%s\t%s\n", answer ? "true" : "false", call);
 }
 
-#define FIRE(event, ...) \
+#define FIRE(event, ...)              \
   report(#event "(" #__VA_ARGS__ ")", \
          vantamo_fire_##event(VANTAMO_WITH(vantamo_##event, __VA_ARGS__)))
 
@@ -27,7 +27,7 @@ static void fireFirst(void) {
 }
 
 static void fireOthers(void) {
-  const char *const words[] = {"spring", "web"};
+  const char* const words[] = {"spring", "web"};
   FIRE(page_view, .pageId = "results", .category = "search", .searchTerm = "shoe",
        .searchResult = "12", .attributes = {words, 2},
        .vqmmc = VANTAMO_LIST("mail", "week 12", "banner"));
@@ -51,7 +51,7 @@ static void fireOthers(void) {
 }
 
 // Called on the core's thread after every attempt.
-static void onDelivery(void *context, const vantamo_delivery_report *attempt) {
+static void onDelivery(void* context, const vantamo_delivery_report* attempt) {
   (void)context;
   if (attempt->outcome != VANTAMO_OUTCOME_DELIVERED) {
     fprintf(stderr, "%s is not delivered: %s\n", attempt->id, attempt->reason);
@@ -66,7 +66,7 @@ static void tellFigures(void) {
   vantamo_free(stats.lastError);
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   vantamo_platform_overrides platform = VANTAMO_INIT(vantamo_platform_overrides);
   if (argc > 1) platform.mainBundleFolder = argv[1];
   platform.screenSize = (vantamo_screen_size){.present = true, .width = 390, .height = 844};

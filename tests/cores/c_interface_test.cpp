@@ -100,7 +100,6 @@ TEST_F(CCoreTest, RefusedOptionsAreGivenBack) {
 }
 
 TEST_F(CCoreTest, FiguresReportsAndDeadLettersAgree) {
-  ASSERT_TRUE(start());
   Context reports;
   vantamo_default_core_set_delivery_callback(
       [](void* context, const vantamo_delivery_report* report) {
@@ -111,6 +110,7 @@ TEST_F(CCoreTest, FiguresReportsAndDeadLettersAgree) {
         throw std::runtime_error("a callback must not throw");
       },
       &reports, &Context::release);
+  ASSERT_TRUE(start());
   transport.status = 422;
   EXPECT_TRUE(fire());
   EXPECT_TRUE(vantamo_default_core_flush(20'000));

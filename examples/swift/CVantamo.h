@@ -1,0 +1,3 @@
+#pragma once
+
+#include <vantamo/vantamo_c.h>
