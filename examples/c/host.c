@@ -18,12 +18,15 @@ static void report(const char* call, bool answer) {
   report(#event "(" #__VA_ARGS__ ")", \
          vantamo_fire_##event(VANTAMO_WITH(vantamo_##event, __VA_ARGS__)))
 
-// The first event, without the help of a macro.
+// One with a struct of its own, one with a struct in the call.
 static void fireFirst(void) {
   vantamo_page_view home = VANTAMO_INIT(vantamo_page_view);  // everything is absent
   home.pageId = "home";
   home.category = "start";
   report("page_view(home)", vantamo_fire_page_view(&home));
+  report("element(menu)",
+         vantamo_fire_element(VANTAMO_WITH(vantamo_element, .elementId = "menu",
+                                           .attributes = VANTAMO_LIST("top", "wide"))));
 }
 
 static void fireOthers(void) {

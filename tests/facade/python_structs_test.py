@@ -10,7 +10,7 @@ import sys
 
 import vantamo
 
-STRUCT = re.compile(r"typedef struct (vantamo_\w+) \{\n  size_t size;\n(.*?)\n\} \1;", re.S)
+STRUCT = re.compile(r"typedef struct (vantamo_\w+) \{\n  size_t size;[^\n]*\n(.*?)\n\} \1;", re.S)
 MEMBER = re.compile(r"^  ([\w ]+?[ *]+)(\w+);", re.M)
 KINDS = {
     "const char*": (ctypes.c_char_p, ctypes.c_void_p),
