@@ -5,6 +5,7 @@
 #
 #   receive_demo.sh CLICKHOUSE_SERVER VANTAMO
 set -euo pipefail
+export LC_ALL=C
 
 server=$(realpath "$1")
 vantamo=$(realpath "$2")
@@ -13,10 +14,12 @@ document=docs/receiving-tags.md
 
 scratch=$(mktemp -d -t vantamo-receive-XXXXXXXX)
 pid=
+replaying=
 
 # clean_up: ends the server, at the latest with force after 10 s, and removes what it has left.
 clean_up() {
   trap '' INT TERM
+  if [ -n "$replaying" ]; then kill "$replaying" 2>/dev/null || true; fi
   if [ -n "$pid" ]; then
     kill "$pid" 2>/dev/null || true
     for ((i = 0; i < 100; ++i)); do
@@ -34,7 +37,7 @@ trap 'exit 143' TERM
 
 fail() {
   echo "receive-demo: $*" >&2
-  tail -n 5 "$scratch/server.log" >&2 2>/dev/null || true
+  { grep -h 'Exception' "$scratch/server.err.log" | tail -n 3 | cut -c -300; } >&2 2>/dev/null || true
   exit 1
 }
 
@@ -176,7 +179,8 @@ write_script() {
       printf "%.8f\n", worth > (scratch "/prices.expected")
       print "40\t25\t25\t20" > (scratch "/sessions.expected")
       for (c in revenue)
-        printf("%s\t%d\t%d.%02d00\n", c, orders[c], revenue[c] / 100, revenue[c] % 100) | sorted("revenue")
+        printf("%s\t%d\t%d.%02d00\n", c, orders[c], revenue[c] / 100, revenue[c] % 100) | \
+            sorted("revenue")
     }' >"$scratch/script.jsonl"
   [ "$(grep -c '"call":"fire' "$scratch/script.jsonl")" -eq 1000 ] || fail "not a thousand events"
 }
@@ -192,7 +196,11 @@ write_settings() {
 replay() {
   local status=0
   XDG_CACHE_HOME=$scratch/caches VANTAMO_DEBUG=0 "$vantamo" replay --bundle "$scratch/bundle" \
-    --drain 300 "$scratch/script.jsonl" >"$scratch/answers" || status=$?
+    --drain 300 "$scratch/script.jsonl" >"$scratch/answers" &
+  # In the background, so that a signal to this script is heeded at once.
+  replaying=$!
+  wait "$replaying" || status=$?
+  replaying=
   [ "$status" -eq 0 ] || fail "vantamo replay answers $status: not every tag was delivered"
   ! grep -v '"result":true}$' "$scratch/answers" >&2 || fail "a call did not answer true"
 }
@@ -224,6 +232,7 @@ check_repeat() {
   query "OPTIMIZE TABLE vantamo.tags_buffer"
   expect "a repeated tag" \
     "SELECT count(), uniqExact(fingerprint) FROM vantamo.events WHERE elementId = 'again'" $'2\t1'
+  echo "A tag with a key that no table knows, delivered twice: 2 rows, 1 fingerprint"
 }
 
 command -v curl >/dev/null || fail "curl is missing"
