@@ -1,15 +1,15 @@
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
 #include <iostream>
 #include <memory>
 
-#include "platform/environment.h"
+#include "tools/completion.h"
 #include "tools/doctor.h"
+#include "tools/help_text.h"
 #include "tools/queue_command.h"
 #include "tools/replay.h"
+#include "tools/terminal.h"
 
 namespace {
 
@@ -32,19 +32,25 @@ void addReplay(CLI::App& app, Job& job) {
   CLI::App* replay = app.add_subcommand(
       "replay",
       "Reads a script of library calls, one JSON object a line, and answers each on standard "
-      "output.\nExit status: 0 all well-formed and delivered, 1 a malformed line, 2 a usage error "
-      "or an unreadable bundle, 3 messages left for the next run.");
+      "output.");
   const auto options = std::make_shared<ReplayOptions>();
-  replay->add_option("--bundle", options->bundle,
-                     "The application's main bundle: the folder of VTMod.bundle and NQCore.bundle "
-                     "(default: the folder of this program)");
+  replay
+      ->add_option("--bundle", options->bundle,
+                   "The application's main bundle: the folder of VTMod.bundle and NQCore.bundle "
+                   "(default: the folder of this program)")
+      ->type_name(folderType);
   replay
       ->add_option("--drain", options->drainSeconds,
-                   "How long to wait for delivery at the end of the script")
-      ->check(CLI::Validator(checkSeconds, "SECONDS"))
+                   "How long to wait for delivery at the end of the script, 0 to 1000000")
+      ->check(checkSeconds)
+      ->type_name("SECONDS")
       ->capture_default_str();
-  replay->add_option("script", options->script, "The script; - for standard input (default)");
+  replay->add_option("script", options->script, "The script; - for standard input (default)")
+      ->type_name(fileType);
+  replay->footer(&replayHelp);
   replay->callback([&job, options] {
+    options->colours = wantsColours();
+    options->progress = wantsProgress();
     job = [options] { return vantamo::tools::replay(*options, std::cin, std::cout); };
   });
 }
@@ -78,6 +84,7 @@ void addQueueCommand(CLI::App& queue, const QueueCommandText& text, Job& job) {
   command
       ->add_option("dir", options->folder,
                    "The application's queue folder, <caches>/NQCore/<application>")
+      ->type_name(folderType)
       ->required();
   command->add_flag("--json", options->json,
                     "One JSON object a line, in place of fields with tabs between them");
@@ -86,8 +93,12 @@ void addQueueCommand(CLI::App& queue, const QueueCommandText& text, Job& job) {
   } else if (text.action == QueueAction::erase) {
     command->add_flag("--yes", options->confirmed, "Do it; without this nothing is erased");
   } else {
-    command->add_option("id", options->ids, "Of which dead letters (default: all)");
+    command
+        ->add_option("id", options->ids,
+                     "Of which dead letters, as `queue dead` shows them (default: all)")
+        ->type_name("ID");
   }
+  command->footer(&queueHelp);
   command->callback([&job, options, action = text.action] {
     job = [options, action] { return runOnQueue(action, *options, std::cout, std::cerr); };
   });
@@ -95,43 +106,39 @@ void addQueueCommand(CLI::App& queue, const QueueCommandText& text, Job& job) {
 
 void addQueue(CLI::App& app, Job& job) {
   CLI::App* queue = app.add_subcommand(
-      "queue",
-      "Looks into the queue of an application that does not run, and changes it.\nExit status: 0 "
-      "done, 1 a folder could not be read or changed or an id was not found, 2 a usage error or no "
-      "queue folder, 3 a folder in the queue belongs to a running process (the others are done).");
+      "queue", "Looks into the queue of an application that does not run, and changes it.");
   queue->require_subcommand(1);
   for (const QueueCommandText& text : queueCommands) addQueueCommand(*queue, text, job);
-}
-
-// As users expect it: not in files and pipes, and not where they have said no.
-bool wantsColours() {
-  const char* refusal = vantamo::platform::environmentVariable("NO_COLOR");
-  return ::isatty(STDOUT_FILENO) != 0 && (refusal == nullptr || *refusal == '\0');
+  queue->footer(&queueHelp);
 }
 
 void addDoctor(CLI::App& app, Job& job) {
   CLI::App* doctor = app.add_subcommand(
       "doctor",
       "Checks settings, queue folder, the endpoint's name and connection, and the clock: a line "
-      "each, with ok, warn or FAIL. Nothing is sent.\nExit status: 0 nothing has failed, 1 "
-      "something has, 2 a usage error.");
+      "each, with ok, warn or FAIL. Nothing is sent.");
   const auto options = std::make_shared<DoctorOptions>();
   doctor
       ->add_option("--bundle", options->bundle,
                    "The application's main bundle: the folder of VTMod.bundle and NQCore.bundle")
+      ->type_name(folderType)
       ->required();
   doctor
       ->add_option("--application", options->application,
                    "The file name of the application's executable, which names its queue folder "
                    "when NQCore.bundle has no ApplicationId (default: any folder is tried)")
+      ->type_name("NAME")
       ->check([](const std::string& name) {
         const bool isName =
             !name.empty() && name.find('/') == std::string::npos && name != "." && name != "..";
         return isName ? std::string() : "must be a file name, not " + name;
       });
-  doctor->add_option("--certificates", options->certificates,
-                     "A PEM file of the authorities that the application trusts (default: the "
-                     "system's)");
+  doctor
+      ->add_option("--certificates", options->certificates,
+                   "A PEM file of the authorities that the application trusts (default: the "
+                   "system's)")
+      ->type_name(fileType);
+  doctor->footer(&doctorHelp);
   doctor->callback([&job, options] {
     options->colours = wantsColours();
     job = [options] { return examine(*options, std::cout); };
@@ -142,10 +149,17 @@ int run(int argc, char** argv) {
   CLI::App app("Drives the Vantamo library, and examines what it has left, without writing C++.",
                "vantamo");
   app.require_subcommand(1);
+  app.set_version_flag("--version", "vantamo " VANTAMO_VERSION, "Print the version and exit");
   Job job;
   addReplay(app, job);
   addQueue(app, job);
   addDoctor(app, job);
+  app.footer(&programHelp);
+  // What a shell's completion asks: nothing for people, and so no command of the app.
+  if (argc > 1 && argv[1] == std::string_view("__complete")) {
+    writeCompletions(app, {argv + 2, argv + argc}, std::cout);
+    return 0;
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -11,6 +11,7 @@
 #include "platform/file.h"
 #include "support/json.h"
 #include "support/settings_file.h"
+#include "tools/progress.h"
 #include "tools/replay_calls.h"
 #include "vantamo/default_core.h"
 #include "vantamo/platform.h"
@@ -33,15 +34,24 @@ double secondsOf(const Value::Map& members, double otherwise) {
   return seconds;
 }
 
+// Waits for delivery, and shows how much is left of it.
+bool deliver(double seconds, Progress& progress) {
+  progress.setWaiting(true);
+  const bool delivered = default_core::flush(waitOf(seconds));
+  progress.setWaiting(false);
+  return delivered;
+}
+
 // The facade's operations, and the two that only a script has.
-Calls scriptCalls(double drainSeconds) {
+Calls scriptCalls(double drainSeconds, Progress& progress) {
   Calls calls = facadeCalls();
   calls["sleep"] = {{{"seconds", ArgumentKind::number}}, [](const Value::Map& members) {
                       std::this_thread::sleep_for(waitOf(secondsOf(members, 0)));
                       return Value(true);
                     }};
-  calls["drain"] = {{{"seconds", ArgumentKind::number}}, [drainSeconds](const Value::Map& members) {
-                      return Value(default_core::flush(waitOf(secondsOf(members, drainSeconds))));
+  calls["drain"] = {{{"seconds", ArgumentKind::number}},
+                    [drainSeconds, &progress](const Value::Map& members) {
+                      return Value(deliver(secondsOf(members, drainSeconds), progress));
                     }};
   return calls;
 }
@@ -58,12 +68,11 @@ void checkBundle(const std::string& folder) {
   }
 }
 
-void chooseBundle(const std::optional<std::string>& bundle) {
-  if (bundle) {
-    PlatformOverrides overrides;
-    overrides.mainBundleFolder = fs::absolute(*bundle).string();
-    setPlatformOverrides(overrides);
-  }
+void prepare(const std::optional<std::string>& bundle, const Progress& progress) {
+  PlatformOverrides overrides;
+  if (bundle) overrides.mainBundleFolder = fs::absolute(*bundle).string();
+  overrides.logSink = progress.logSink();
+  setPlatformOverrides(overrides);
   checkBundle(platform::mainBundleFolder());
 }
 
@@ -83,14 +92,32 @@ Value::Map answerTo(const std::string& line, int number, const Calls& calls, boo
   }
 }
 
-bool run(std::istream& script, const Calls& calls, std::ostream& answers) {
+// As a terminal shows it: what could not be executed, and what the library refuses.
+std::string coloured(const Value::Map& answer, const std::string& text) {
+  const Value* result = answer.find("result");
+  if (result == nullptr) return "\x1b[31m" + text + "\x1b[0m";
+  return result->isBool() && !result->booleanMeaning() ? "\x1b[33m" + text + "\x1b[0m" : text;
+}
+
+bool run(std::istream& script, const Calls& calls, bool colours, Progress& progress,
+         std::ostream& answers) {
   bool malformed = false;
   std::string line;
   for (int number = 1; std::getline(script, line); ++number) {
+    progress.advance(line.size() + 1);
     if (isBlank(line)) continue;
-    answers << support::writeJson(answerTo(line, number, calls, malformed)) << std::endl;
+    const Value::Map answer = answerTo(line, number, calls, malformed);
+    const std::string text = support::writeJson(answer);
+    progress.writeAnswer(
+        [&] { answers << (colours ? coloured(answer, text) : text) << std::endl; });
   }
   return !malformed;
+}
+
+std::optional<std::uint64_t> sizeOf(const std::string& script) {
+  std::error_code error;
+  const std::uintmax_t size = fs::is_regular_file(script, error) ? fs::file_size(script, error) : 0;
+  return error || size == 0 ? std::nullopt : std::optional<std::uint64_t>(size);
 }
 
 }  // namespace
@@ -98,9 +125,11 @@ bool run(std::istream& script, const Calls& calls, std::ostream& answers) {
 bool isWaitingTime(double seconds) { return seconds >= 0 && seconds <= 1e6; }
 
 int replay(const ReplayOptions& options, std::istream& standardInput, std::ostream& answers) {
-  chooseBundle(options.bundle);
-  std::ifstream file;
   const bool readsFile = options.script && *options.script != "-";
+  Progress progress(options.progress, readsFile ? sizeOf(*options.script) : std::nullopt,
+                    [] { return default_core::stats().queuedMessages; });
+  prepare(options.bundle, progress);
+  std::ifstream file;
   if (readsFile) {
     std::error_code error;
     file.open(*options.script);
@@ -109,8 +138,9 @@ int replay(const ReplayOptions& options, std::istream& standardInput, std::ostre
     }
   }
   const bool wellFormed =
-      run(readsFile ? file : standardInput, scriptCalls(options.drainSeconds), answers);
-  const bool delivered = default_core::flush(waitOf(options.drainSeconds));
+      run(readsFile ? file : standardInput, scriptCalls(options.drainSeconds, progress),
+          options.colours, progress, answers);
+  const bool delivered = deliver(options.drainSeconds, progress);
   if (!wellFormed) return 1;
   return delivered ? 0 : 3;
 }

@@ -11,6 +11,10 @@ struct ReplayOptions {
   /// "-" or nothing for standard input.
   std::optional<std::string> script;
   double drainSeconds = 5;
+  /// Whether answers may be coloured.
+  bool colours = false;
+  /// Whether standard error may show how far the script has come.
+  bool progress = false;
 };
 
 /// Whether a wait of so many seconds is one that a script may ask for.

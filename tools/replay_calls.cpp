@@ -38,7 +38,7 @@ Call eventCall(const tags::EventFormat<Event>& format) {
   Call call;
   for (const auto& field : format.fields) {
     const ArgumentKind kind = field.text != nullptr ? ArgumentKind::text : ArgumentKind::list;
-    call.arguments.push_back({field.argument, kind});
+    call.arguments.push_back({field.argument, kind, !field.required.empty()});
   }
   call.execute = [&format](const Value::Map& members) {
     Event event;

@@ -22,6 +22,8 @@ enum class ArgumentKind { text, list, number };
 struct Argument {
   std::string_view name;
   ArgumentKind kind = ArgumentKind::text;
+  /// Whether the event is refused without it.
+  bool required = false;
 };
 
 /// One call that a script can make.
