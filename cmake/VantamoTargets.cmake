@@ -17,6 +17,11 @@ function(vantamo_compile_options target)
     -Wno-missing-field-initializers
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
     $<$<BOOL:${VANTAMO_WARNINGS_AS_ERRORS}>:-Werror>)
+  if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    # Sizes and numbers of files are 64 bits wide here too; of a file whose number is larger than 32
+    # bits the system would tell nothing.
+    target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)
+  endif()
   # The sources name their headers from the top of the tree.
   target_include_directories(${target} PRIVATE ${Vantamo_SOURCE_DIR})
 endfunction()
@@ -58,4 +63,18 @@ function(vantamo_core target name)
   else()
     target_link_options(${target} INTERFACE "LINKER:--undefined=_ZN6NQCore14sharedInstanceEv")
   endif()
+endfunction()
+
+# vantamo_program(VARIABLE TARGET): what a test starts to run the program. The system cannot start one
+# that was built for another machine: then it is a script that hands it to the emulator.
+function(vantamo_program variable target)
+  set(program $<TARGET_FILE:${target}>)
+  if(CMAKE_CROSSCOMPILING_EMULATOR)
+    list(JOIN CMAKE_CROSSCOMPILING_EMULATOR "' '" emulator)
+    file(GENERATE OUTPUT ${CMAKE_BINARY_DIR}/run/${target}
+      CONTENT "#!/bin/sh\nexec '${emulator}' '${program}' \"$@\"\n"
+      FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+    set(program ${CMAKE_BINARY_DIR}/run/${target})
+  endif()
+  set(${variable} ${program} PARENT_SCOPE)
 endfunction()

@@ -10,16 +10,20 @@
 //
 // with commas between them.
 
+// Each function that takes a position is here twice, also where one name could stand for both.
+#undef _FILE_OFFSET_BITS
+
 #include "soak/faults.h"
 
+#include <dlfcn.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <string>
@@ -72,25 +76,30 @@ bool isInQueueFolder(int fd) {
 }
 
 // Whether a write that ends there is to fail; errno is set then.
-bool fails(int fd, off_t end) {
+bool fails(int fd, std::int64_t end) {
   const int before = errno;
   if (plan().error == 0 || !isInQueueFolder(fd)) return errno = before, false;
   const long number = ++writes;
-  struct stat info {};
+  struct stat64 info {};
   bool hit = number >= plan().first && number <= plan().last;
-  if (hit && plan().growing) hit = ::fstat(fd, &info) != 0 || end > info.st_size;
+  if (hit && plan().growing) hit = ::fstat64(fd, &info) != 0 || end > info.st_size;
   if (hit && !plan().whileExists.empty()) hit = ::access(plan().whileExists.c_str(), F_OK) == 0;
   errno = hit ? plan().error : before;
   return hit;
 }
 
-int dawdle(long call, int fd) {
+// The C library's own function.
+template <class Function>
+Function* original(const char* name) {
+  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+void dawdle() {
   ++syncs;
   if (plan().sync > 0) {
     const timespec time{plan().sync / 1000, plan().sync % 1000 * 1000000};
     ::nanosleep(&time, nullptr);
   }
-  return static_cast<int>(::syscall(call, fd));
 }
 
 }  // namespace
@@ -99,23 +108,31 @@ long vantamo::test::syncCount() { return syncs; }
 
 extern "C" {
 
-int fsync(int fd) { return dawdle(SYS_fsync, fd); }
-int fdatasync(int fd) { return dawdle(SYS_fdatasync, fd); }
+int fsync(int fd) {
+  static auto* const call = original<int(int)>("fsync");
+  dawdle();
+  return call(fd);
+}
+int fdatasync(int fd) {
+  static auto* const call = original<int(int)>("fdatasync");
+  dawdle();
+  return call(fd);
+}
 
 ssize_t pwrite64(int fd, const void* bytes, size_t size, off64_t position) {
-  if (fails(fd, position + static_cast<off_t>(size))) return -1;
-  return ::syscall(SYS_pwrite64, fd, bytes, size, position);
+  static auto* const call = original<ssize_t(int, const void*, size_t, off64_t)>("pwrite64");
+  return fails(fd, position + static_cast<off64_t>(size)) ? -1 : call(fd, bytes, size, position);
 }
 ssize_t pwrite(int fd, const void* bytes, size_t size, off_t position) {
   return pwrite64(fd, bytes, size, position);
 }
 ssize_t write(int fd, const void* bytes, size_t size) {
-  if (fails(fd, LONG_MAX)) return -1;
-  return ::syscall(SYS_write, fd, bytes, size);
+  static auto* const call = original<ssize_t(int, const void*, size_t)>("write");
+  return fails(fd, INT64_MAX) ? -1 : call(fd, bytes, size);
 }
 int ftruncate64(int fd, off64_t size) noexcept {
-  if (fails(fd, size)) return -1;
-  return static_cast<int>(::syscall(SYS_ftruncate, fd, size));
+  static auto* const call = original<int(int, off64_t)>("ftruncate64");
+  return fails(fd, size) ? -1 : call(fd, size);
 }
 int ftruncate(int fd, off_t size) noexcept { return ftruncate64(fd, size); }
 }

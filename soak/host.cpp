@@ -34,6 +34,7 @@ struct Choices {
   std::string log;
   std::string prefix = "m";
   std::string plugin;
+  std::string program = "/proc/self/exe";
   std::string end = "return";
   int threads = 1;
   int count = 0;
@@ -88,7 +89,7 @@ class Host {
     if (choices_.clockJumps) setJumpingClock();
     if (!choices_.plugin.empty()) return runPlugin();
     if (choices_.startsNothing) return;
-    if (choices_.children > 0) inheritedBefore_ = seenByProgram();
+    if (choices_.children > 0) inheritedBefore_ = seenByChild();
     say("started", Vantamo::startup());
     produce();
     if (choices_.flush > 0) say("flushed", flush(choices_.flush));
@@ -154,7 +155,7 @@ class Host {
     // Not earlier: what libcurl and OpenSSL open for a moment while they start can be inherited.
     while (choices_.children > 0 && vantamo::default_core::stats().delivered == 0) pause();
     std::size_t inherited = inheritedBefore_;
-    for (int i = 0; i < choices_.children; ++i) inherited = std::max(inherited, seenByProgram());
+    for (int i = 0; i < choices_.children; ++i) inherited = std::max(inherited, seenByChild());
     if (choices_.children > 0) say("inherited", inherited - inheritedBefore_);
     if (choices_.forks) {
       waitForCalls(choices_.threads * choices_.count / 2);
@@ -167,12 +168,12 @@ class Host {
   }
   static void pause() { std::this_thread::sleep_for(microseconds(100)); }
 
-  static std::size_t seenByProgram() {
-    std::string self = "/proc/self/exe";
+  [[nodiscard]] std::size_t seenByChild() const {
+    std::string program = choices_.program;
     std::string flag = "--list-descriptors";
-    std::array<char*, 3> arguments{self.data(), flag.data(), nullptr};
+    std::array<char*, 3> arguments{program.data(), flag.data(), nullptr};
     pid_t child = 0;
-    if (::posix_spawn(&child, self.c_str(), nullptr, nullptr, arguments.data(), environ) != 0) {
+    if (::posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments.data(), environ) != 0) {
       std::abort();
     }
     int status = 0;
@@ -285,6 +286,7 @@ int main(int argc, char** argv) {
   app.add_option("--idle", choices.idle, "Measure so many ms of doing nothing");
   app.add_option("--umask", choices.umask, "A decimal number");
   app.add_option("--children", choices.children, "Programs to run while threads fire");
+  app.add_option("--program", choices.program, "What starts this program, for the children");
   app.add_option("--plugin", choices.plugin, "Load and unload this in each cycle instead");
   app.add_option("--end", choices.end, "return, exit without a shutdown, or kill");
   app.add_flag("--start-nothing", choices.startsNothing, "Do not start the library");

@@ -36,10 +36,11 @@ std::string printable(std::string_view text) {
 std::string isoTime(std::int64_t milliseconds) {
   constexpr std::int64_t perSecond = 1000;
   const std::int64_t fraction = (milliseconds % perSecond + perSecond) % perSecond;
-  const std::time_t seconds = milliseconds / perSecond - (milliseconds % perSecond < 0 ? 1 : 0);
+  const std::int64_t seconds = milliseconds / perSecond - (milliseconds % perSecond < 0 ? 1 : 0);
+  const auto time = static_cast<std::time_t>(seconds);
   std::tm parts{};
   std::array<char, 64> text{};
-  if (::gmtime_r(&seconds, &parts) == nullptr ||
+  if (time != seconds || ::gmtime_r(&time, &parts) == nullptr ||
       std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &parts) == 0) {
     return std::to_string(milliseconds);
   }

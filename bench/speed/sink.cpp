@@ -23,7 +23,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/linux/unique_fd.h"
+#include "platform/unique_fd.h"
 
 namespace vantamo::bench {
 

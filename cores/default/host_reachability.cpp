@@ -18,7 +18,7 @@
 #include "cores/default/host_resolver.h"
 #include "cores/default/network_state.h"
 #include "cores/default/network_watcher.h"
-#include "platform/linux/unique_fd.h"
+#include "platform/unique_fd.h"
 #include "support/debug_log.h"
 #include "vantamo/notification_center.h"
 

@@ -10,8 +10,8 @@
 #include <utility>
 
 #include "cores/default/background_thread.h"
-#include "platform/linux/unique_fd.h"
 #include "platform/mutex.h"
+#include "platform/unique_fd.h"
 
 namespace vantamo::core {
 

@@ -10,6 +10,7 @@
 #include <limits>
 #include <system_error>
 
+#include "cores/default/size_from.h"
 #include "platform/random.h"
 
 namespace vantamo::core {
@@ -56,7 +57,7 @@ void writeAt(int fd, std::string_view bytes, std::size_t position) {
 std::size_t fileSizeLimit() {
   rlimit limit{};
   const bool isLimited = ::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
-  return isLimited ? limit.rlim_cur : std::numeric_limits<std::size_t>::max();
+  return isLimited ? sizeFrom(limit.rlim_cur) : std::numeric_limits<std::size_t>::max();
 }
 
 void checkSize(std::size_t end, std::size_t limit) {

@@ -18,7 +18,7 @@
 #include <span>
 
 #include "cores/default/network_routes.h"
-#include "platform/linux/unique_fd.h"
+#include "platform/unique_fd.h"
 #include "vantamo/nq_core.h"
 
 namespace vantamo::core {

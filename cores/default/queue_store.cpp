@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "cores/default/queue_store_database.h"
+#include "cores/default/size_from.h"
 #include "cores/default/sqlite_access.h"
 #include "platform/file.h"
 
@@ -108,8 +109,7 @@ std::size_t QueueStore::importedOf(std::uint64_t segment) {
   return database_->read([&] {
     SQLite::Statement row(database_->connection, "SELECT imported FROM segments WHERE id = ?");
     row.bind(1, static_cast<std::int64_t>(segment));
-    return row.executeStep() ? static_cast<std::size_t>(row.getColumn(0).getInt64())
-                             : std::size_t{0};
+    return row.executeStep() ? sizeFrom(row.getColumn(0).getInt64()) : std::size_t{0};
   });
 }
 
@@ -199,9 +199,7 @@ QueueSize QueueStore::size() {
                           "SELECT COUNT(*), IFNULL(SUM(LENGTH(body)), 0), "
                           "(SELECT COUNT(*) FROM dead) FROM messages");
     row.executeStep();
-    const auto number = [&row](int column) {
-      return static_cast<std::size_t>(row.getColumn(column).getInt64());
-    };
+    const auto number = [&row](int column) { return sizeFrom(row.getColumn(column).getInt64()); };
     return QueueSize{number(0), number(1), number(2)};
   });
 }

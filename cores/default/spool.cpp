@@ -7,6 +7,7 @@
 #include <system_error>
 #include <utility>
 
+#include "cores/default/size_from.h"
 #include "platform/random.h"
 #include "support/debug_log.h"
 
@@ -64,7 +65,7 @@ void finishSettingAside(const platform::PrivateFolder& folder) {
 
 std::size_t sizeOf(const platform::UniqueFd& file) {
   struct stat info {};
-  return ::fstat(file.get(), &info) == 0 ? static_cast<std::size_t>(info.st_size) : 0;
+  return ::fstat(file.get(), &info) == 0 ? sizeFrom(info.st_size) : 0;
 }
 
 }  // namespace

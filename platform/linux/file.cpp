@@ -7,14 +7,18 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <ctime>
 #include <memory>
 
-#include "platform/linux/unique_fd.h"
 #include "platform/random.h"
+#include "platform/unique_fd.h"
 
 namespace vantamo::platform {
 namespace {
+
+// Otherwise the system tells nothing of files whose number or size has more than 32 bits.
+static_assert(sizeof(off_t) == sizeof(std::int64_t), "build with -D_FILE_OFFSET_BITS=64");
 
 constexpr mode_t onlyUser = 0600;
 constexpr mode_t onlyUserFolder = 0700;

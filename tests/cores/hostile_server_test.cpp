@@ -11,7 +11,7 @@
 
 #include "cores/default/curl_transport.h"
 #include "cores/default/sender.h"
-#include "platform/linux/unique_fd.h"
+#include "platform/unique_fd.h"
 #include "tests/kit/figure.h"
 #include "tests/kit/host_test.h"
 #include "tools/local_endpoint.h"

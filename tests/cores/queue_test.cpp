@@ -47,6 +47,13 @@ class DurableQueueTest : public HostTest {
     static_cast<void>(queue->takeIn());
     return deliverAll(*queue);
   }
+  void changeStore(const char* statement) const {
+    sqlite3* database = nullptr;
+    ASSERT_EQ(sqlite3_open(file("queue.sqlite").c_str(), &database), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(database, statement, nullptr, nullptr, nullptr), SQLITE_OK);
+    EXPECT_GT(sqlite3_changes(database), 0);
+    sqlite3_close(database);
+  }
   [[nodiscard]] std::size_t asides() const {
     std::size_t count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(file(""))) {
@@ -207,15 +214,21 @@ TEST_F(DurableQueueTest, AnInterruptedRepairIsTakenUpAgain) {
 
 TEST_F(DurableQueueTest, PlacesBeyondAllReasonAreGivenAnew) {
   leave({"1", "2"}, true);
-  sqlite3* database = nullptr;
-  ASSERT_EQ(sqlite3_open(file("queue.sqlite").c_str(), &database), SQLITE_OK);
-  EXPECT_EQ(sqlite3_exec(database, "UPDATE messages SET sequence = 9223372036854775807 - sequence",
-                         nullptr, nullptr, nullptr),
-            SQLITE_OK);
-  sqlite3_close(database);
+  changeStore("UPDATE messages SET sequence = 9223372036854775807 - sequence");
   leave({"3"});
   EXPECT_THAT(found(), testing::UnorderedElementsAre("1", "2", "3"));
   EXPECT_EQ(asides(), 1U);
+}
+
+TEST_F(DurableQueueTest, AJournalIsReadAnewWhenItsPlaceCannotBe) {
+  {
+    const auto queue = open();
+    queue->append(message("1"));
+    static_cast<void>(queue->takeIn());
+    queue->append(message("2"));
+  }
+  changeStore("UPDATE segments SET imported = -5");
+  EXPECT_THAT(found(), ElementsAre("1", "2"));
 }
 
 TEST(JournalRecordTest, DamageCostsNoMoreThanTheRecordsItTouches) {

@@ -25,7 +25,7 @@ inline void figure(const std::string& promise, const std::string& how,
         << "| " << promise << " | " << how << " | " << measured << " |\n";
   }
 }
-inline std::string milliseconds(long microseconds) {
+inline std::string milliseconds(long long microseconds) {
   return text(std::setprecision(3), static_cast<double>(microseconds) / 1000, " ms");
 }
 

@@ -92,8 +92,8 @@ TEST_F(ReliabilityTest, TheQueueIsBounded) {
     configure(refusing.url(), bound);
     const auto result = run("--threads 2 --count 1000 --end exit");
     const std::size_t accepted = this->accepted().size();
-    EXPECT_EQ(static_cast<long>(accepted), result["accepted"]);
-    EXPECT_EQ(static_cast<long>(2000 - accepted), result["refused-full"]);
+    EXPECT_EQ(static_cast<long long>(accepted), result["accepted"]);
+    EXPECT_EQ(static_cast<long long>(2000 - accepted), result["refused-full"]);
     EXPECT_GT(accepted, 50U);
     EXPECT_LT(accepted, 400U);
     const std::size_t lines = occurrences(contentOf(errors_), "refused: the queue is full");

@@ -103,7 +103,7 @@ TEST_F(ReliabilityTest, AWriteThatFailsLosesNothing) {
   configure(endpoint.url(), R"(,"RetryBaseSeconds":0.05,"RetryCapSeconds":0.2)");
   const std::vector<int> usually = {1, 2, 3, 4, 6, 9, 14, 25, 60};
   const int count = loops(static_cast<int>(usually.size()), 120);
-  long refused = 0;
+  long long refused = 0;
   for (int i = 0; i < count; ++i) {
     const std::string n = std::to_string(isSoak() ? i + 1 : usually[static_cast<std::size_t>(i)]);
     for (const std::string& until : {n, std::string("1000000")}) {
@@ -259,7 +259,7 @@ TEST_F(ReliabilityTest, APowerCutTakesOnlyTheLastMoment) {
     host->signal(SIGSTOP);
     ::waitpid(host->pid(), nullptr, WUNTRACED);
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    const long cut = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+    const long long cut = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
     fs::copy_file(image, copy, fs::copy_options::overwrite_existing);
     host->signal(SIGKILL);
     host->wait();
@@ -270,7 +270,7 @@ TEST_F(ReliabilityTest, APowerCutTakesOnlyTheLastMoment) {
     unmountLast();
     std::set<std::string> arrived;
     for (const auto& request : endpoint.wait(0)) arrived.insert(request.key("eid"));
-    long window = 0;
+    long long window = 0;
     EXPECT_GT(accepted().size(), 100U);
     for (const auto& [id, time] : accepted()) {
       if (!arrived.contains(id)) window = std::max(window, cut - time);

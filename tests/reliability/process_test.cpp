@@ -57,7 +57,8 @@ TEST_F(ReliabilityTest, ProgramsInheritNothingAndTheProcessEndsAtOnce) {
   Endpoint endpoint;
   configure(endpoint.url());
   const std::string programs = std::to_string(loops(20, 200));
-  const auto result = run(text("--count 500 --pace 500 --children ", programs, " --flush 20000"));
+  const auto result = run(text("--count 500 --pace 500 --flush 20000 --children ", programs,
+                               " --program ", VANTAMO_RELIABILITY_HOST));
   EXPECT_EQ(result["inherited"], 0);
   figure("Programs that the host runs inherit no descriptor of the library",
          text(programs, " programs run while requests are under way"),
@@ -66,15 +67,15 @@ TEST_F(ReliabilityTest, ProgramsInheritNothingAndTheProcessEndsAtOnce) {
   const Port silent(Port::Kind::silent);
   configure(silent.url());
   const auto timeOfExit = [this](const std::string& arguments) {
-    const long begun = run(arguments)["exits"];
+    const long long begun = run(arguments)["exits"];
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
     return std::chrono::duration_cast<std::chrono::microseconds>(now).count() - begun;
   };
-  long longest = 0;
+  long long longest = 0;
   const int rounds = loops(5, 50);
   for (int i = 0; i < rounds; ++i) {
-    const long nothing = timeOfExit("--start-nothing --end exit");
-    const long busy = timeOfExit("--count 50 --pace 1000 --end exit");
+    const long long nothing = timeOfExit("--start-nothing --end exit");
+    const long long busy = timeOfExit("--count 50 --pace 1000 --end exit");
     longest = std::max(longest, busy - nothing);
   }
   EXPECT_LT(longest, 3000000);

@@ -108,11 +108,11 @@ std::unique_ptr<HostProcess> ReliabilityTest::start(const std::string& arguments
       errors_);
 }
 
-std::map<std::string, long> ReliabilityTest::accepted() const {
-  std::map<std::string, long> ids;
+std::map<std::string, long long> ReliabilityTest::accepted() const {
+  std::map<std::string, long long> ids;
   std::ifstream log(log_);
   std::string id;
-  for (long time = 0; log >> id >> time;) ids[id] = time;
+  for (long long time = 0; log >> id >> time;) ids[id] = time;
   return ids;
 }
 

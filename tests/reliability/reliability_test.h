@@ -47,9 +47,9 @@ struct Result {
   int status = -1;
   std::map<std::string, std::string> lines;
 
-  [[nodiscard]] long operator[](const std::string& name) const {
+  [[nodiscard]] long long operator[](const std::string& name) const {
     const auto line = lines.find(name);
-    if (line != lines.end()) return std::stol(line->second);
+    if (line != lines.end()) return std::stoll(line->second);
     ADD_FAILURE() << "the host has not told " << name << ", status " << status;
     return -1;
   }
@@ -122,7 +122,7 @@ class ReliabilityTest : public HostTest {
   /// Of the first process of the application.
   [[nodiscard]] std::filesystem::path queueFolder() const { return queueRoot() / "reliability/0"; }
   /// Accepted ids, and when, in microseconds.
-  [[nodiscard]] std::map<std::string, long> accepted() const;
+  [[nodiscard]] std::map<std::string, long long> accepted() const;
   [[nodiscard]] Tally tally(Endpoint& endpoint) const;
   [[nodiscard]] static std::string contentOf(const std::filesystem::path& file);
   [[nodiscard]] static std::size_t occurrences(const std::string& text, const std::string& part);

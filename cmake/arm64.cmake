@@ -1,0 +1,5 @@
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(architecture arm64)
+set(debian_triple aarch64-linux-gnu)
+set(qemu_name qemu-aarch64)
+include(${CMAKE_CURRENT_LIST_DIR}/debian_cross.cmake)

@@ -1,0 +1,5 @@
+set(CMAKE_SYSTEM_PROCESSOR armv7l)
+set(architecture armhf)
+set(debian_triple arm-linux-gnueabihf)
+set(qemu_name qemu-arm)
+include(${CMAKE_CURRENT_LIST_DIR}/debian_cross.cmake)
