@@ -4,6 +4,7 @@
 # emulator call it: architecture, debian_triple, qemu_name.
 
 set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_C_COMPILER ${debian_triple}-gcc)
 set(CMAKE_CXX_COMPILER ${debian_triple}-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE ${debian_triple})
 cmake_path(GET CMAKE_CURRENT_LIST_DIR PARENT_PATH CMAKE_SYSROOT)
