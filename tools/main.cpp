@@ -4,6 +4,7 @@
 #include <iostream>
 #include <memory>
 
+#include "tools/collect/command_line.h"
 #include "tools/completion.h"
 #include "tools/doctor.h"
 #include "tools/help_text.h"
@@ -146,14 +147,16 @@ void addDoctor(CLI::App& app, Job& job) {
 }
 
 int run(int argc, char** argv) {
-  CLI::App app("Drives the Vantamo library, and examines what it has left, without writing C++.",
-               "vantamo");
+  CLI::App app(
+      "Drives the Vantamo library, examines what it has left, and shows the tags it sends.",
+      "vantamo");
   app.require_subcommand(1);
   app.set_version_flag("--version", "vantamo " VANTAMO_VERSION, "Print the version and exit");
   Job job;
   addReplay(app, job);
   addQueue(app, job);
   addDoctor(app, job);
+  collect::addCollect(app, job);
   app.footer(&programHelp);
   // What a shell's completion asks: nothing for people, and so no command of the app.
   if (argc > 1 && argv[1] == std::string_view("__complete")) {

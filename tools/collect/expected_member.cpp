@@ -1,0 +1,51 @@
+#include "tools/collect/expected_member.h"
+
+#include "support/json.h"
+#include "tools/collect/replay_line.h"
+
+namespace vantamo::tools::collect {
+namespace {
+
+bool isArgument(const StoredTag& tag, std::string_view name) {
+  const WireEvent* event = tag.reading.event;
+  if (event == nullptr) return false;
+  for (const WireField& field : event->fields) {
+    if (field.argument == name) return true;
+  }
+  return false;
+}
+
+Value valueOf(const Value::Map& members, std::string_view name) {
+  const Value* value = members.find(name);
+  return value == nullptr ? Value() : *value;
+}
+
+std::string shown(const Value& value) {
+  return value.isNull() ? "absent" : support::writeJson(value);
+}
+
+}  // namespace
+
+Value::Map callOf(const StoredTag& tag) { return replayCall(tag.reading).value_or(Value::Map()); }
+
+std::vector<Difference> differences(const Value::Map& expected, const StoredTag& tag,
+                                    const Value::Map& call) {
+  std::vector<Difference> found;
+  for (const auto& [name, value] : expected) {
+    Value wanted = value;
+    Value actual;
+    if (name == "event" || name == "call") {
+      actual = valueOf(call, "call");
+    } else if (isArgument(tag, name)) {
+      actual = valueOf(call, name);
+      if (wanted == Value("") || wanted == Value(Value::List())) wanted = Value();
+      if (actual == Value(Value::List())) actual = Value();
+    } else {
+      actual = valueOf(tag.reading.tag, name);
+    }
+    if (wanted != actual) found.push_back({name, shown(wanted), shown(actual)});
+  }
+  return found;
+}
+
+}  // namespace vantamo::tools::collect
