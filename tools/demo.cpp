@@ -1,28 +1,39 @@
-// Shows the library at work: a local endpoint, the example host, and each call of the host next to
-// the tag that arrived for it. Exits 0 only when every tag arrived.
+// Shows the library at work: the tag inspector as the endpoint, the example host, and each call of
+// the host next to the tag that arrived for it. Exits 0 only when every tag arrived.
 //
-//   vantamo_demo EXAMPLE_HOST
+//   vantamo_demo [--stay] [--screenshot FILE] EXAMPLE_HOST
 
 #include <sys/wait.h>
 
+#include <CLI/CLI.hpp>
 #include <array>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "platform/random.h"
-#include "support/json.h"
-#include "tools/local_endpoint.h"
+#include "tools/collect/collect_command.h"
+#include "tools/screenshot.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-using vantamo::tools::LocalEndpoint;
+using vantamo::Value;
+using vantamo::tools::collect::Collector;
+using vantamo::tools::collect::StopAtSignals;
+using vantamo::tools::collect::StoredTag;
+
+struct Options {
+  std::string host;
+  std::string screenshot;
+  bool stay = false;
+};
 
 // A folder that is gone at the end.
 struct ScratchFolder {
@@ -37,8 +48,9 @@ struct ScratchFolder {
     fs::remove_all(path, error);
   }
 
-  void writeSettings(const std::string& settings) const {
-    std::ofstream(path / "bundle/VTMod.bundle/settings.json") << settings << '\n';
+  void writeSettings(const std::string& postUrl) const {
+    std::ofstream(path / "bundle/VTMod.bundle/settings.json")
+        << R"({"PostMessageUrl":")" << postUrl << R"(","AppName":"App","ClientId":"123"})" << '\n';
   }
 };
 
@@ -65,6 +77,20 @@ std::vector<std::string> runHost(const std::string& host, const fs::path& scratc
   return lines;
 }
 
+// Does `work` on another thread while the inspector serves on this one.
+template <class Work>
+auto whileServing(Collector& collector, Work work) {
+  auto result = std::async(std::launch::async, [&collector, &work] {
+    struct StopServing {
+      Collector& collector;
+      ~StopServing() { collector.stop(); }
+    } const stopServing{collector};
+    return work();
+  });
+  collector.run([] { return false; });
+  return result.get();
+}
+
 bool isInEveryTag(std::string_view key) {
   static constexpr std::array<std::string_view, 9> envelope = {
       "ci", "vn2", "st", "vn1", "ec", "cjen", "cjuid", "cjsid", "cjvf"};
@@ -72,42 +98,77 @@ bool isInEveryTag(std::string_view key) {
 }
 
 // The keys of a tag that are in every tag, or those that are not.
-void showKeys(const LocalEndpoint::Received& tag, bool ofEnvelope) {
-  const auto body = vantamo::support::parseJson(tag.body);
-  for (const auto& [key, value] : body.map()) {
+void showKeys(const StoredTag& tag, bool ofEnvelope) {
+  for (const auto& [key, value] : tag.reading.tag) {
     if (isInEveryTag(key) == ofEnvelope) std::cout << ' ' << key << '=' << value.string();
   }
   std::cout << '\n';
 }
 
-void show(const std::string& line, const LocalEndpoint::Received& tag) {
+void show(const std::string& line, const StoredTag& tag) {
   const std::size_t tab = line.find('\t');
   std::cout << "\n  " << line.substr(tab + 1) << "  -> " << line.substr(0, tab) << "\n     ";
   showKeys(tag, false);
   for (const auto& [name, value] : tag.headers) {
     if (name.starts_with("VT-")) std::cout << "      " << name << ": " << value << '\n';
   }
+  for (const auto& problem : tag.problems) std::cout << "      problem: " << problem.text << '\n';
+}
+
+// Whether a tag has arrived for each call.
+bool showAll(const std::vector<std::string>& calls, Collector& collector) {
+  const auto& tags = collector.store().tags();
+  for (std::size_t i = 0; i < std::min(calls.size(), tags.size()); ++i) show(calls[i], *tags[i]);
+  if (!tags.empty()) {
+    std::cout << "\n  in every tag:";
+    showKeys(*tags.front(), true);
+  }
+  std::cout << "\n" << calls.size() << " calls, " << tags.size() << " tags arrived\n";
+  return !calls.empty() && calls.size() == tags.size();
+}
+
+int run(const Options& options) {
+  Collector collector({.port = 0});
+  const ScratchFolder scratch;
+  scratch.writeSettings(collector.postUrl());
+  std::cout << "Endpoint at " << collector.postUrl() << ", host " << options.host << std::endl;
+  const auto calls = whileServing(collector, [&] { return runHost(options.host, scratch.path); });
+  bool isGood = showAll(calls, collector);
+  if (!options.screenshot.empty()) {
+    const bool isTaken = whileServing(collector, [&] {
+      return vantamo::tools::takeScreenshot(collector.url(), options.screenshot);
+    });
+    std::cout << (isTaken ? "picture of the page: " : "no picture could be taken: ")
+              << options.screenshot << "\n";
+    isGood = isGood && isTaken;
+  }
+  std::cout << "page " << collector.url() << (options.stay ? " until Ctrl-C" : "") << std::endl;
+  if (options.stay) {
+    const StopAtSignals signals(collector);
+    collector.run([] { return false; });
+  }
+  return isGood ? 0 : 1;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::cerr << "usage: vantamo_demo EXAMPLE_HOST\n";
-    return 2;
+  constexpr int usageError = 2;
+  try {
+    Options options;
+    CLI::App app("Shows the tags of an example host arriving at a local endpoint.", "vantamo_demo");
+    app.add_option("host", options.host, "The example host")->required();
+    app.add_option("--screenshot", options.screenshot,
+                   "Write a picture of the inspector's page (PNG), taken in Chromium");
+    app.add_flag("--stay", options.stay, "Keep the inspector's page until Ctrl-C");
+    try {
+      app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+      return app.exit(error) == 0 ? 0 : usageError;
+    }
+    return run(options);
+  } catch (const std::exception& error) {
+    std::cerr << "vantamo_demo: " << error.what() << '\n';
+    return usageError;
   }
-  LocalEndpoint endpoint;
-  const ScratchFolder scratch;
-  scratch.writeSettings(endpoint.settings());
-  std::cout << "Endpoint at " << endpoint.url() << ", host " << argv[1] << "\n";
-
-  const auto calls = runHost(argv[1], scratch.path);
-  const auto tags = endpoint.wait(calls.size(), std::chrono::seconds(0));
-  for (std::size_t i = 0; i < std::min(calls.size(), tags.size()); ++i) show(calls[i], tags[i]);
-  if (!tags.empty()) {
-    std::cout << "\n  in every tag:";
-    showKeys(tags.front(), true);
-  }
-  std::cout << "\n" << calls.size() << " calls, " << tags.size() << " tags arrived\n";
-  return !calls.empty() && calls.size() == tags.size() ? 0 : 1;
 }

@@ -105,6 +105,7 @@ Tag TagStore::add(Post post, const Verdict& verdict) {
   tag->counts = verdict.delivers() && !message.delivered;
   message.delivered = message.delivered || verdict.delivers();
   tag->json = recordOf(*tag, post, verdict);
+  tag->headers = std::move(post.headers);
   tags_.push_back(tag);
   bytes_ += tag->json.size();
   while (tags_.size() > 1 && (tags_.size() > mostTags || bytes_ > mostBytes)) dropOldest();

@@ -33,6 +33,7 @@ struct StoredTag {
   /// From 1, never used again, also not after a reset.
   std::uint64_t sequence = 0;
   TagReading reading;
+  std::vector<std::pair<std::string, std::string>> headers;
   std::vector<Problem> problems;
   /// The first attempt to post the same message.
   std::optional<std::uint64_t> repeatOf;
