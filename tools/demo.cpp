@@ -136,7 +136,7 @@ int run(const Options& options) {
   bool isGood = showAll(calls, collector);
   if (!options.screenshot.empty()) {
     const bool isTaken = whileServing(collector, [&] {
-      return vantamo::tools::takeScreenshot(collector.url(), options.screenshot);
+      return vantamo::tools::takeScreenshot(collector.url() + "?still", options.screenshot);
     });
     std::cout << (isTaken ? "picture of the page: " : "no picture could be taken: ")
               << options.screenshot << "\n";

@@ -62,8 +62,7 @@ bool takeScreenshot(const std::string& url, const std::string& file) {
   std::error_code error;
   const fs::path target = fs::absolute(file);
   fs::remove(target, error);
-  // The page's stream of events never ends: the time that the page believes in does. For root,
-  // Chromium has no sandbox; it opens nothing but this page.
+  // For root, Chromium has no sandbox; it opens nothing but this page.
   std::vector<std::string> words = {"timeout",
                                     "60",
                                     "chromium",
@@ -72,8 +71,7 @@ bool takeScreenshot(const std::string& url, const std::string& file) {
                                     "--hide-scrollbars",
                                     "--no-first-run",
                                     "--window-size=1360,860",
-                                    "--virtual-time-budget=3000",
-                                    "--user-data-dir=" + profile.path.string(),
+                                                                        "--user-data-dir=" + profile.path.string(),
                                     "--screenshot=" + target.string()};
   if (::geteuid() == 0) words.emplace_back("--no-sandbox");
   words.push_back(url);

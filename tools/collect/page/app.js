@@ -359,5 +359,17 @@ const settings = JSON.stringify({ PostMessageUrl: `${location.origin}/collect`, 
 byId('settings').textContent = settings;
 byId('copy-settings').addEventListener('click', () => copy(settings, 'Settings'));
 
+// For a picture: whoever takes one does so once the page is loaded, which no event comes before.
+function drawStill() {
+  const request = new XMLHttpRequest();
+  request.open('GET', '/tags', false);
+  request.send();
+  for (const line of request.responseText.split('\n').filter(Boolean)) arrived.push(JSON.parse(line));
+  connected = true;
+  showConnection();
+  drawArrived();
+}
+
 redraw();
-connect();
+if (location.search === '?still') drawStill();
+else connect();
