@@ -9,6 +9,7 @@
 #include "platform/system_log.h"
 #include "support/guarded.h"
 #include "tags/event_formats.h"
+#include "vantamo/version.h"
 
 using vantamo::Text;
 using vantamo::support::guarded;
@@ -74,7 +75,7 @@ std::optional<std::string> Vantamo::getPRWAdvertisingId() {
 
 std::string Vantamo::libraryVersion() {
   return guarded("+[Vantamo libraryVersion]", std::string(),
-                 [](std::string& result) { result = "1.1.28"; });
+                 [](std::string& result) { result = VANTAMO_VERSION_STRING; });
 }
 
 bool Vantamo::activateClientId(Text clientId) {

@@ -5,10 +5,12 @@
 #include <string>
 #include <string_view>
 
+#include "platform/core_export.h"
+
 namespace vantamo::platform {
 
 /// Whether anything stands at `path`.
-[[nodiscard]] bool exists(const std::string& path);
+[[nodiscard]] VANTAMO_CORE_EXPORT bool exists(const std::string& path);
 /// Whether it is certain that nothing stands at `path`: what may not be looked at may be there.
 [[nodiscard]] bool isAbsent(const std::string& path);
 /// Creates the folder and its parents, for this user only whatever the umask; false when it is not

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/core_export.h"
 #include "platform/unique_fd.h"
 
 namespace vantamo::platform {
@@ -12,7 +13,7 @@ namespace vantamo::platform {
 /// put in the place of a file is followed, written or erased: it is renamed.
 ///
 /// Safe from any thread. Throws std::system_error where nothing else is said.
-class PrivateFolder {
+class VANTAMO_CORE_EXPORT PrivateFolder {
  public:
   /// A file, and the name under which what stood in its place was kept, if something did.
   struct File {

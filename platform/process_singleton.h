@@ -2,11 +2,13 @@
 
 #include <atomic>
 
+#include "platform/core_export.h"
+
 namespace vantamo::platform {
 
 /// Has every later fork() call `inChild(object)` in the child, before fork() returns there. Called
 /// twice for the same pair it may call twice. Throws std::bad_alloc.
-void callInForkedChildren(void (*inChild)(void* object) noexcept, void* object);
+VANTAMO_CORE_EXPORT void callInForkedChildren(void (*inChild)(void* object) noexcept, void* object);
 
 /// The one T of this process: made at first use, by one thread while the others wait, and never
 /// destroyed, because threads may use it until the process ends.

@@ -5,12 +5,15 @@
 #include <string>
 #include <string_view>
 
+#include "platform/core_export.h"
+
 namespace vantamo::support {
 
 /// The number in the environment variable VANTAMO_DEBUG; absent or not a number gives 0.
-[[nodiscard]] int debugLevelFromEnvironment() noexcept;
+[[nodiscard]] VANTAMO_CORE_EXPORT int debugLevelFromEnvironment() noexcept;
 /// Writes one message of the debug log to the system log, framed with operation and line.
-void writeDebugMessage(std::string_view operation, int line, std::string_view text);
+VANTAMO_CORE_EXPORT void writeDebugMessage(std::string_view operation, int line,
+                                           std::string_view text);
 
 /// The one way a diagnostic message is written. `operation` is the full operation name with its
 /// class and sign, "-[VTMod start]"; `makeText` builds the message and is called only while
@@ -38,9 +41,11 @@ void debugLog(std::string_view operation, MakeText&& makeText, int line = __buil
 
 /// `format` with its one "%@" replaced by `value`: its control characters as \xNN, and what is
 /// longer than 1000 bytes cut, with "..." at its end.
-[[nodiscard]] std::string withValue(std::string_view format, std::string_view value);
+[[nodiscard]] VANTAMO_CORE_EXPORT std::string withValue(std::string_view format,
+                                                        std::string_view value);
 /// `format` with its first two "%@" replaced, in order.
-[[nodiscard]] std::string withValues(std::string_view format, std::string_view first,
-                                     std::string_view second);
+[[nodiscard]] VANTAMO_CORE_EXPORT std::string withValues(std::string_view format,
+                                                         std::string_view first,
+                                                         std::string_view second);
 
 }  // namespace vantamo::support

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/core_export.h"
 #include "vantamo/value.h"
 
 namespace vantamo::support {
@@ -17,6 +18,6 @@ struct SettingsFile {
 
 /// Reads `settings.json` of a settings bundle: one JSON object. An absent file means no items.
 /// At most 256 KiB are taken.
-[[nodiscard]] SettingsFile readSettingsFile(const std::string& bundleFolder);
+[[nodiscard]] VANTAMO_CORE_EXPORT SettingsFile readSettingsFile(const std::string& bundleFolder);
 
 }  // namespace vantamo::support

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "vantamo/export.h"
 #include "vantamo/transport.h"
 
 /// What a host can see of the default core and do with it beyond the core contract. Link
@@ -48,7 +49,7 @@ struct Options {
 /// Takes the options over for the life of the process; a forked child sets them again. False, and
 /// nothing changed, once the core was used (by a startup or by any other operation here but
 /// setDeliveryCallback and stats), or when a number is out of its range.
-bool setOptions(Options options);
+VANTAMO_EXPORT bool setOptions(Options options);
 
 /// Figures since the process began, except for those of what is kept now.
 struct Stats {
@@ -82,7 +83,7 @@ struct Stats {
   std::string lastError;  ///< The last reason of a failure; "" when there was none.
 };
 /// What the core has done and has to do. Waits for neither disk nor network, and starts nothing.
-[[nodiscard]] Stats stats();
+[[nodiscard]] VANTAMO_EXPORT Stats stats();
 
 /// What an attempt has led to.
 enum class Outcome {
@@ -106,14 +107,14 @@ struct DeliveryReport {
 /// Calls `callback` after every attempt, on the core's thread and with no lock held: it may call
 /// the library. What it throws is logged and goes no further; while it runs nothing is sent. An
 /// empty function ends it; a call under way may still be running then.
-void setDeliveryCallback(std::function<void(const DeliveryReport&)> callback);
+VANTAMO_EXPORT void setDeliveryCallback(std::function<void(const DeliveryReport&)> callback);
 
 /// Sends what is queued, with ManualPostEnabled too, and waits until nothing is left or the
 /// deadline, counted from now, is over. True only when nothing is left. A pending retry is tried at
 /// once, unless the server has asked for the wait. Works after Vantamo::shutdown() too; while the
 /// library was never started nothing is sent and the answer comes at once, as it does in a delivery
 /// callback. Blocks the calling thread: for a program's end or its way to the background.
-bool flush(std::chrono::milliseconds deadline);
+VANTAMO_EXPORT bool flush(std::chrono::milliseconds deadline);
 
 /// A message that the endpoint has refused for good (a 4xx answer that speaks of the message).
 struct DeadLetter {
@@ -128,12 +129,14 @@ struct DeadLetter {
 
 /// The dead letters, oldest first; none when they cannot be read. This and the next three read or
 /// change files, and wait for the core's thread to do so: not for a user interface's thread.
-[[nodiscard]] std::vector<DeadLetter> deadLetters();
+[[nodiscard]] VANTAMO_EXPORT std::vector<DeadLetter> deadLetters();
 /// Puts the dead letters with these ids, or all of them, back into the queue, behind what waits.
 /// How many.
-std::size_t replayDeadLetters(const std::optional<std::vector<std::string>>& ids = {});
+VANTAMO_EXPORT std::size_t replayDeadLetters(
+    const std::optional<std::vector<std::string>>& ids = {});
 /// Erases the dead letters with these ids, or all of them. How many.
-std::size_t purgeDeadLetters(const std::optional<std::vector<std::string>>& ids = {});
+VANTAMO_EXPORT std::size_t purgeDeadLetters(
+    const std::optional<std::vector<std::string>>& ids = {});
 
 /// For a user's request to be forgotten: erases the queue, the dead letters, files that were set
 /// aside, the advertising id, and through the modules the visitor id; the next event is that of a
@@ -141,6 +144,6 @@ std::size_t purgeDeadLetters(const std::optional<std::vector<std::string>>& ids 
 /// erased; false when something could not be, or belongs to another running process of the
 /// application, or the core's thread did not come to it within 10 s. Asked for by a transport in a
 /// request, it is done after that, and the answer is false.
-bool eraseAll();
+VANTAMO_EXPORT bool eraseAll();
 
 }  // namespace vantamo::default_core

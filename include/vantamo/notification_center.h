@@ -4,6 +4,8 @@
 #include <memory>
 #include <string_view>
 
+#include "vantamo/export.h"
+
 namespace vantamo {
 
 /// The process's default notification centre: whoever posts does not know who listens. A core posts
@@ -12,7 +14,7 @@ namespace vantamo {
 /// Safe from any thread. Handlers run on the posting thread, outside any lock, so a handler may
 /// add, remove and post. A handler that is already being called when its observer is removed on
 /// another thread finishes its call.
-class NotificationCenter {
+class VANTAMO_EXPORT NotificationCenter {
  public:
   /// `sender` is whatever the poster named, or null.
   using Handler = std::function<void(const void* sender)>;

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "vantamo/export.h"
 #include "vantamo/text.h"
 #include "vantamo/value.h"
 
@@ -26,7 +27,7 @@ inline constexpr std::string_view kNQReachabilityChangedNotification =
     "kNQReachabilityChangedNotification";
 
 /// Base class of the messages that a core queues and posts.
-class NQMessage {
+class VANTAMO_EXPORT NQMessage {
  public:
   NQMessage() = default;
   NQMessage(const NQMessage&) = delete;
@@ -60,7 +61,7 @@ enum class NQOptionalOperation {
 };
 
 /// How a core drives a module. The core's threads call it.
-class NQLifecycleObject {
+class VANTAMO_EXPORT NQLifecycleObject {
  public:
   virtual ~NQLifecycleObject() = default;
 
@@ -101,7 +102,7 @@ class NQLifecycleObject {
 };
 
 /// Watches whether one host can be reached.
-class NQReachability {
+class VANTAMO_EXPORT NQReachability {
  public:
   // What currentReachabilityStatus answers; other values are unknown.
   static constexpr long long notReachable = 0;      ///< Not reachable.
@@ -126,7 +127,7 @@ class NQReachability {
 };
 
 /// The core: module registry, configuration items, message queue and posting.
-class NQCore {
+class VANTAMO_EXPORT NQCore {
  public:
   NQCore() = default;
   NQCore(const NQCore&) = delete;

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "vantamo/export.h"
 #include "vantamo/nq_core.h"
 
 namespace vantamo {
@@ -28,7 +29,7 @@ class RecordingReachability;
 ///
 /// The plain members are for the test's own thread: set and read them while no call into the
 /// library runs on another. Contract calls themselves are safe from any thread.
-class RecordingCore final : public NQCore {
+class VANTAMO_EXPORT RecordingCore final : public NQCore {
  public:
   /// A message that was posted.
   struct Message {

@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "vantamo/export.h"
+
 namespace vantamo::default_core {
 
 /// What a Transport sends.
@@ -37,7 +39,7 @@ struct HttpResponse {
 ///       HttpResponse post(const HttpRequest& request) override { ... }
 ///       void interrupt() noexcept override { ... }
 ///     };
-class Transport {
+class VANTAMO_EXPORT Transport {
  public:
   Transport() = default;
   Transport(const Transport&) = delete;

@@ -9,19 +9,21 @@
 #include <variant>
 #include <vector>
 
+#include "vantamo/export.h"
+
 namespace vantamo {
 
 class Value;
 
 /// Thrown when a Value is read as a kind that it does not hold.
-class ValueTypeError : public std::runtime_error {
+class VANTAMO_EXPORT ValueTypeError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
 /// A map from string to Value that keeps the order of insertion. Look-ups are linear: it is made
 /// for the handful of entries of a tag, a parameters dictionary or a settings file.
-class ValueMap {
+class VANTAMO_EXPORT ValueMap {
  public:
   struct Entry;
   /// Of the entries, in their order.
@@ -66,7 +68,7 @@ class ValueMap {
 /// settings, parameters dictionaries, message dictionaries and parsed JSON.
 ///
 /// A value type: copies are deep, and one object may be read from many threads.
-class Value {
+class VANTAMO_EXPORT Value {
  public:
   using List = std::vector<Value>;  ///< In order.
   using Map = ValueMap;             ///< From string to value.

@@ -4,7 +4,9 @@
 #include <string>
 
 #include "vantamo/events.h"
+#include "vantamo/export.h"
 #include "vantamo/text.h"
+#include "vantamo/version.h"
 
 /// The client analytics library as a host application sees it.
 ///
@@ -19,7 +21,7 @@
 /// log, which is on while the environment variable VANTAMO_DEBUG holds a number greater than 0.
 ///
 /// The settings come from `VTMod.bundle/settings.json` in the main bundle (docs/settings.md).
-class Vantamo {
+class VANTAMO_EXPORT Vantamo {
  public:
   Vantamo() = delete;
 

@@ -18,7 +18,7 @@ using testing::ElementsAre;
 class ByElement final : public Transport {
  public:
   HttpResponse post(const HttpRequest& request) override {
-    const std::string id(*support::parseJson(request.body).map().stringAt("eid"));
+    const std::string id = request.body.substr(request.body.find("\"eid\":\"") + 7);
     ++attempts;
     return {repaired ? 204 : std::stoi(id), {}, {}, {}};
   }
