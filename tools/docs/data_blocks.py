@@ -48,14 +48,16 @@ def check_settings(block, module, work):
 
 
 def check_jsonl(block, work):
-    calls = False
+    values = []
     for number, line in enumerate(block.lines, block.line + 1):
-        try:
-            value = json.loads(line) if line.strip() else {}
-        except ValueError as error:
-            return [block.fault(f"no JSON: {error}", number)]
-        calls = calls or (isinstance(value, dict) and "call" in value)
-    if not calls or "result" in block.text:
+        if line.strip() and not line.startswith("#"):
+            try:
+                values.append(json.loads(line))
+            except ValueError as error:
+                return [block.fault(f"no JSON: {error}", number)]
+    # Lines with "result" are answers; a tagging plan says so, or has lines that are no calls.
+    is_script = all(isinstance(value, dict) and "call" in value and "result" not in value for value in values)
+    if not is_script or "plan" in block.words:
         return []
     folder = work.folder()
     (folder / "script.jsonl").write_text(block.text, encoding="utf-8")
