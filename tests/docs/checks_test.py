@@ -40,6 +40,7 @@ BLOCKS = [
     ("cmake", "", "target_link_libraries(app PRIVATE\n  Vantamo::missing)", (0, "cmake fails")),
     ("sh", "", "./dev test   # all of them", None),
     ("sh", "", "./dev test\n./dev nothing", (2, "./dev has no nothing")),
+    ("sh", "", "build/vantamo doctor --application APP --bundle DIR", None),
     ("sh", "", "build/vantamo doctor --bundel DIR", (1, "has no --bundel")),
     ("sh", "", "echo x | build/vantamo queue lost DIR", (1, "vantamo queue has no lost")),
     ("sh", "", "cmake --preset missing", (1, "no preset missing")),

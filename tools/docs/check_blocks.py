@@ -2,6 +2,8 @@
 """Compiles or runs every code block of the pages; docs/writing.md tells what a block may be.
 
 usage: check_blocks.py --build DIR [--compiler C++] [--c-compiler C] [--flags FLAGS] [PAGE...]
+
+Without pages: all of them. Exit status: 0 no fault, 1 faults, 2 a usage error.
 """
 
 import argparse
@@ -71,6 +73,9 @@ def main():
     parser.add_argument("--flags", default="", help="added to every compilation and link")
     parser.add_argument("pages", nargs="*", type=pathlib.Path)
     options = parser.parse_args()
+    for needed in ("vantamo", "tests/docs"):
+        if not (options.build / needed).exists():
+            parser.error(f"{options.build / needed} is missing: build first (./dev build)")
     root, flags = options.root.resolve(), shlex.split(options.flags)
     pages = [page.resolve() for page in options.pages] or markdown.pages(root)
     blocks, faults = [], []

@@ -77,7 +77,8 @@ def dev_help(work):
 def fault_of_program(words, work):
     """What `vantamo WORDS` asks for that the program does not offer."""
     known, path = help_of(work), []
-    while len(words) > len(path) and re.search(rf"^  {re.escape(words[len(path)])}\s", known, re.M):
+    while len(words) > len(path) and words[len(path)].isalpha() and re.search(
+            rf"^  {words[len(path)]}\s", known, re.M):
         path.append(words[len(path)])
         known = help_of(work, *path)
     rest = words[len(path):]
