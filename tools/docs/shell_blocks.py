@@ -108,7 +108,7 @@ def fault_of_cmake(words, work):
 def fault_of(words, work):
     while words and (words[0] in PREFIXES or re.match(r"\w+=", words[0])):
         words = words[1:]
-    if not words or words[0] in BUILT_IN:
+    if not words or words[0] in BUILT_IN or words[0].isupper():  # a placeholder
         return None
     name, arguments = words[0], words[1:]
     if name == "./dev":
