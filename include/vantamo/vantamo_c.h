@@ -2,6 +2,7 @@
 #ifndef VANTAMO_VANTAMO_C_H
 #define VANTAMO_VANTAMO_C_H
 
+// NOLINTBEGIN(modernize-*): this is C.
 #include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
@@ -467,5 +468,6 @@ constexpr Struct vantamo_init() noexcept {
   ((vantamo_list){.entries = (const char* const[]){__VA_ARGS__}, \
                   .count = sizeof((const char* const[]){__VA_ARGS__}) / sizeof(const char*)})
 #endif
+// NOLINTEND(modernize-*)
 
 #endif  // VANTAMO_VANTAMO_C_H
