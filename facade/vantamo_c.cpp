@@ -206,8 +206,9 @@ bool vantamo_fire_impression(const vantamo_impression* event) {
 }
 
 bool vantamo_set_platform_overrides(const vantamo_platform_overrides* overrides) {
-  return support::calledFromC(__func__, false, [&](bool& result) {
-    const auto known = support::knownPart("vantamo_set_platform_overrides", overrides);
+  constexpr const char* operation = "vantamo_set_platform_overrides";
+  return support::calledFromC(operation, false, [&](bool& result) {
+    const auto known = support::knownPart(operation, overrides);
     if (!known) return;
     const auto& [size, caches, bundle, screen, idiom, version, sink] = *known;
     PlatformOverrides taken;
