@@ -31,8 +31,9 @@ struct Fronts {
 
 template <class Visitor>
 void forEachFront(Visitor visitor) {
-  const auto both = [&](const auto& format, auto fire, auto fireC) {
-    visitor(Fronts{format, fire, fireC});
+  const auto both = [&]<class Event, class Struct>(const tags::EventFormat<Event>& format,
+                                                   Fire<Event> fire, FireC<Struct> fireC) {
+    visitor(Fronts<Event, Struct>{format, fire, fireC});
   };
   both(tags::pageViewFormat, &Vantamo::firePageView, &vantamo_fire_page_view);
   both(tags::productViewFormat, &Vantamo::fireProductview, &vantamo_fire_product_view);
