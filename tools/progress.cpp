@@ -26,6 +26,9 @@ std::size_t usableColumns() {
   return (known ? size.ws_col : usual) - 1;
 }
 
+// A program in the background of a shell does not write into what the user types.
+bool isInForeground() { return ::tcgetpgrp(STDERR_FILENO) == ::getpgrp(); }
+
 }  // namespace
 
 void TerminalLine::show(std::string_view text) {
@@ -104,7 +107,7 @@ void Progress::run() {
   for (auto wait = patience; !wake_.wait_for(lock, wait, [this] { return ended_; });
        wait = interval) {
     lock.unlock();
-    line_->show(text());
+    if (isInForeground()) line_->show(text());
     lock.lock();
   }
 }

@@ -5,26 +5,18 @@
 
 _vantamo() {
   # Bash gives "--drain=5" as three words; a value is looked for in the same way after a blank.
-  local words=() word candidate start
+  local words=() word candidate
   for word in "${COMP_WORDS[@]:1:COMP_CWORD}"; do
-    if [[ $word == "=" ]]; then continue; fi
-    words+=("$word")
+    if [[ $word != "=" ]]; then words+=("$word"); fi
   done
-  start=${COMP_WORDS[COMP_CWORD]}
-  if [[ $start == "=" ]]; then
-    start=
-    words+=("")
-  fi
+  if [[ ${COMP_WORDS[COMP_CWORD]} == "=" ]]; then words+=(""); fi
 
   COMPREPLY=()
   while IFS= read -r candidate; do
     case $candidate in
-      @FILE | @FOLDER)
-        compopt -o filenames 2>/dev/null
-        local kind=-f
-        if [[ $candidate == @FOLDER ]]; then kind=-d; fi
-        while IFS= read -r word; do COMPREPLY+=("$word"); done < <(compgen "$kind" -- "$start")
-        ;;
+      # Names of files are left to the shell, which knows quotes, blanks and ~.
+      @FILE) compopt -o default ;;
+      @FOLDER) compopt -o dirnames ;;
       *) COMPREPLY+=("$candidate") ;;
     esac
   done < <("${1/#\~/$HOME}" __complete "${words[@]}" 2>/dev/null)
