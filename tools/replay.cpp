@@ -1,5 +1,7 @@
 #include "tools/replay.h"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -126,7 +128,10 @@ bool isWaitingTime(double seconds) { return seconds >= 0 && seconds <= 1e6; }
 
 int replay(const ReplayOptions& options, std::istream& standardInput, std::ostream& answers) {
   const bool readsFile = options.script && *options.script != "-";
-  Progress progress(options.progress, readsFile ? sizeOf(*options.script) : std::nullopt,
+  // Whoever types the script sees how far it has come.
+  const bool isTyped = !readsFile && ::isatty(STDIN_FILENO) != 0;
+  Progress progress(options.progress && !isTyped,
+                    readsFile ? sizeOf(*options.script) : std::nullopt,
                     [] { return default_core::stats().queuedMessages; });
   prepare(options.bundle, progress);
   std::ifstream file;
