@@ -263,7 +263,7 @@ TEST_F(HostTest, NothingIsSentToAServerThatIsNotVerified) {
   if (std::system("command -v openssl > /dev/null") != 0) GTEST_SKIP() << "no program openssl";
   const std::string folder = scratch().string() + "/";
   ASSERT_EQ(std::system(("cd " + folder + makeCertificates).c_str()), 0);
-  const auto options = shortTimes();
+  const auto options = std::make_shared<core::CurlOptions>();
   options->certificateFile = folder + "ours.pem";
   for (const auto& [certificate, error] : {std::pair("good"s, ""),
                                            {"other", "no alternative certificate subject name"},
