@@ -2,6 +2,7 @@
 
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
+import { once } from 'node:events';
 import { existsSync } from 'node:fs';
 import { createInterface } from 'node:readline';
 import { after, before, beforeEach, test } from 'node:test';
@@ -20,13 +21,15 @@ let page;
 let url;
 const faults = [];  // what must not happen in a page
 
+async function start(port) {
+  const child = spawn(program, ['collect', '--port', port, '--quiet'], { stdio: ['ignore', 'pipe', 'inherit'] });
+  const lines = createInterface({ input: child.stdout });
+  const [line] = await once(lines, 'line');
+  return { child, url: line.match(/http:\S+/)[0] };
+}
+
 before(async () => {
-  inspector = spawn(program, ['collect', '--port', '0', '--quiet'], { stdio: ['ignore', 'pipe', 'inherit'] });
-  for await (const line of createInterface({ input: inspector.stdout })) {
-    url = line.match(/http:\S+/)[0];
-    break;
-  }
-  inspector.stdout.resume();
+  ({ child: inspector, url } = await start('0'));
   browser = await chromium.launch({ executablePath, args: process.getuid() === 0 ? ['--no-sandbox'] : [] });
 });
 
@@ -168,13 +171,18 @@ test('no value becomes markup or script', async () => {
 });
 
 test('a page that lost the inspector says so and comes back', async () => {
-  await post(tag('kept'));
-  await holds('kept');
-  await page.context().setOffline(true);
-  await page.goto(url).catch(() => {});
-  await page.context().setOffline(false);
-  await page.goto(url);
-  await holds('kept');
+  const first = await start('0');
+  await page.goto(first.url);
+  await page.locator('#connection[data-state=live]').waitFor();
+  await fetch(`${first.url}collect`, { method: 'POST', body: JSON.stringify(tag('of the first')) });
+  await holds('of the first');
+  first.child.kill();
+  await page.locator('#connection[data-state=lost]').waitFor();
+  const second = await start(new URL(first.url).port);
+  await fetch(`${second.url}collect`, { method: 'POST', body: JSON.stringify(tag('of the second')) });
+  await holds('of the second');
+  assert.equal(await rows().count(), 1);
+  second.child.kill();
 });
 
 test('thousands of tags stay usable', async () => {

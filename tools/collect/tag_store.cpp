@@ -131,7 +131,7 @@ void TagStore::reset() {
   keys_.clear();
   bytes_ = 0;
   dropped_ = 0;
-  resetAt_ = last_;
+  resetAt_ = ++last_;
   if (observer_ != nullptr) observer_->wasReset();
 }
 

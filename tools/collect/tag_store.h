@@ -64,12 +64,12 @@ class TagStore {
   Tag add(Post post, const Verdict& verdict);
   void reset();
 
-  /// Oldest first, their sequence numbers ascending without a gap.
+  /// Oldest first, their sequence numbers without a gap.
   [[nodiscard]] const std::deque<Tag>& tags() const { return tags_; }
   /// The oldest one that came after `sequence`; a null pointer for none.
   [[nodiscard]] Tag firstAfter(std::uint64_t sequence) const;
   [[nodiscard]] std::uint64_t lastSequence() const { return last_; }
-  /// The last sequence number that a reset has forgotten.
+  /// The sequence number that the last reset took for itself; 0 for none.
   [[nodiscard]] std::uint64_t resetAt() const { return resetAt_; }
   /// How many have made room for newer ones since the last reset.
   [[nodiscard]] std::uint64_t dropped() const { return dropped_; }
