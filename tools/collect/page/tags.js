@@ -130,7 +130,7 @@ function facts(tag) {
   if (tag.fault) pairs.push(['Fault', tag.fault]);
   if (tag.repeatOf !== null) pairs.push(['Posted before', `as #${tag.repeatOf}`]);
   return element('dl', 'facts',
-    ...pairs.map(([name, value]) => element('div', name === 'Visitor' ? 'wide' : '', element('dt', '', name), element('dd', '', value))));
+    ...pairs.map(([name, value]) => element('div', name === 'Visitor' || name === 'Received' ? 'wide' : '', element('dt', '', name), element('dd', '', value))));
 }
 
 /** What the panel shows of one tag; `act` is called with the name of what a button asks for. */
