@@ -155,7 +155,7 @@ test('faults are switched from the page, and bad ones named', async () => {
 
 test('no value becomes markup or script', async () => {
   const hostile = '<img src=x onerror=alert(1)><script>alert(1)</script>"\'</title>';
-  await post({ ...tag(hostile, hostile), [hostile]: hostile, ul: hostile, cjuid: hostile, __proto__: hostile });
+  await post({ ...tag(hostile, hostile), [hostile]: hostile, ul: hostile, cjuid: hostile, constructor: 'x' });
   await post(hostile);
   await post(`{"${hostile.replaceAll('"', '\\"')}":`);
   await fetch(`${url}collect`, { method: 'POST', headers: { [`X-Evil`]: hostile }, body: '{}' });

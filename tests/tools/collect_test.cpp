@@ -14,11 +14,6 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 
-std::string contentOf(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 // An inspector on a free port, its output read line by line.
 class Inspector {
  public:
@@ -56,9 +51,7 @@ class Inspector {
   // The rest of its output; it must be about to end.
   std::string rest() {
     std::string text;
-    for (int c = std::fgetc(output_); c != EOF; c = std::fgetc(output_)) {
-      text += static_cast<char>(c);
-    }
+    while (std::feof(output_) == 0) text += line() + "\n";
     return text;
   }
   int end() {
@@ -252,7 +245,8 @@ TEST_F(CollectTest, WhatCannotBeAskedForIsNamed) {
     const int status = std::system(
         (VANTAMO_PROGRAM " collect --port 0 " + options + " > " + output + " 2>&1").c_str());
     EXPECT_EQ(WEXITSTATUS(status), 2) << options;
-    EXPECT_THAT(contentOf(output), HasSubstr(text));
+    std::ifstream file(output);
+    EXPECT_THAT(std::string(std::istreambuf_iterator<char>(file), {}), HasSubstr(text));
   }
 }
 

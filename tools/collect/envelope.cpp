@@ -75,7 +75,7 @@ bool isTime(std::string_view text) {
 }
 
 std::string_view envelopeMeaning(std::string_view key) {
-  const auto row = std::ranges::find(envelope, key, &EnvelopeKey::key);
+  const auto* const row = std::ranges::find(envelope, key, &EnvelopeKey::key);
   return row == envelope.end() ? std::string_view() : row->meaning;
 }
 

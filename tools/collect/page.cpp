@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "page_data.h"
+#include "tools/collect/page_data.h"
 
 namespace vantamo::tools::collect {
 namespace {
@@ -24,7 +24,7 @@ const std::array<Entry, 5> files = {{
 }  // namespace
 
 std::optional<PageFile> pageFile(std::string_view path) {
-  const auto entry = std::ranges::find(files, path, &Entry::path);
+  const auto* const entry = std::ranges::find(files, path, &Entry::path);
   return entry == files.end() ? std::nullopt : std::optional(entry->file);
 }
 

@@ -52,13 +52,18 @@ function valueText(value) {
 const plainKeys = new Set(['tid', 'at', 'ci', 'vn1', 'vn2', 'st', 'ec', 'ul', 'cjen', 'cjuid', 'cjsid',
   'cjvf', 'pc', 'pd', 'sw', 'sh', 'pflg', 'ti', 'ha1']);
 
+// A tag may have a key that every object has by birth.
+function meaningOf(tag, key) {
+  return Object.hasOwn(tag.meanings, key) ? tag.meanings[key] : '';
+}
+
 /** The event's own keys that say something. */
 function summary(tag) {
   if (tag.body === null) return cut(tag.raw || '', 120);
   const parts = [];
   for (const [key, value] of Object.entries(tag.body)) {
     if (plainKeys.has(key) || value === '') continue;
-    parts.push(`${tag.meanings[key] || key} ${cut(valueText(value), 60)}`);
+    parts.push(`${meaningOf(tag, key) || key} ${cut(valueText(value), 60)}`);
     if (parts.length === 5) break;
   }
   return parts.join('  ·  ');
@@ -107,17 +112,16 @@ function table(caption, rows) {
 }
 
 function keyRow(tag, key, value, faulty) {
-  const known = tag.meanings[key];
   const shown = value === '' ? element('span', 'blank', 'empty') : cut(valueText(value), longestValue);
   return element('tr', faulty.has(key) ? 'faulty' : '',
-    element('th', '', cut(key, 100)), element('td', 'meaning', known || 'unknown'),
+    element('th', '', cut(key, 100)), element('td', 'meaning', meaningOf(tag, key) || 'unknown'),
     element('td', 'value', shown));
 }
 
 function keys(tag) {
   const faulty = new Set(tag.problems.map((problem) => problem.key));
   const entries = Object.entries(tag.body);
-  const isOwn = ([key]) => !plainKeys.has(key) || !tag.meanings[key] || faulty.has(key);
+  const isOwn = ([key]) => !plainKeys.has(key) || !meaningOf(tag, key) || faulty.has(key);
   const rows = (list) => list.map(([key, value]) => keyRow(tag, key, value, faulty));
   return [table('Event', rows(entries.filter(isOwn))),
     table('In every tag', rows(entries.filter((entry) => !isOwn(entry))))];
