@@ -71,7 +71,7 @@ bool takeScreenshot(const std::string& url, const std::string& file) {
                                     "--hide-scrollbars",
                                     "--no-first-run",
                                     "--window-size=1360,860",
-                                                                        "--user-data-dir=" + profile.path.string(),
+                                    "--user-data-dir=" + profile.path.string(),
                                     "--screenshot=" + target.string()};
   if (::geteuid() == 0) words.emplace_back("--no-sandbox");
   words.push_back(url);
