@@ -106,7 +106,8 @@ struct DeliveryReport {
 
 /// Calls `callback` after every attempt, on the core's thread and with no lock held: it may call
 /// the library. What it throws is logged and goes no further; while it runs nothing is sent. An
-/// empty function ends it; a call under way may still be running then.
+/// empty function ends it; a call under way may still be running then. It is asked for before the
+/// core sends what there is: set it before the first startup to hear of all attempts.
 VANTAMO_EXPORT void setDeliveryCallback(std::function<void(const DeliveryReport&)> callback);
 
 /// Sends what is queued, with ManualPostEnabled too, and waits until nothing is left or the
