@@ -152,7 +152,8 @@ int run(int argc, char** argv) {
       "Drives the Vantamo library, examines what it has left, and shows the tags it sends.",
       "vantamo");
   app.require_subcommand(1);
-  app.set_version_flag("--version", "vantamo " VANTAMO_VERSION_STRING, "Print the version and exit");
+  app.set_version_flag("--version", "vantamo " VANTAMO_VERSION_STRING,
+                       "Print the version and exit");
   Job job;
   addReplay(app, job);
   addQueue(app, job);

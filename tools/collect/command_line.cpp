@@ -78,15 +78,28 @@ void addEnds(CLI::App& command, const std::shared_ptr<CollectOptions>& options) 
   command.add_flag("--quiet", options->quiet, "No line for each tag")->group(group);
 }
 
+constexpr const char* collectHelp = R"(Page:
+  Its address and the line for VTMod.bundle/settings.json are shown at the start. Every POST but
+  /reset and /faults is taken as a tag and answered 204, also one with problems. GET /tags,
+  /events and /health, POST /reset and /faults are for scripts.
+
+Exit status:
+  0  ended as asked
+  1  not all has arrived as expected
+  2  a usage error, a plan that cannot be read, or an address that cannot be listened on
+
+Examples:
+  vantamo collect
+  vantamo collect --listen 0.0.0.0 --fail 503:20% --retry-after 30
+  vantamo collect --expect plan.jsonl --timeout 30 --strict)";
+
 }  // namespace
 
 void addCollect(CLI::App& app, std::function<int()>& job) {
   CLI::App* command = app.add_subcommand(
       "collect",
       "Receives tags as an endpoint does, and shows them on a page in the browser, live, with what "
-      "is wrong with them.\nExit status: 0 ended as asked, 1 not all arrived as expected, 2 a "
-      "usage "
-      "error, a plan that cannot be read or an address that cannot be listened on.");
+      "is wrong with them.");
   const auto options = std::make_shared<CollectOptions>();
   command->add_option("--port", options->server.port, "The port; 0 for a free one")
       ->check(CLI::Range(0, 65535))
@@ -98,6 +111,7 @@ void addCollect(CLI::App& app, std::function<int()>& job) {
       ->capture_default_str();
   addFaults(*command, options);
   addEnds(*command, options);
+  command->footer(collectHelp);
   command->callback([&job, options] { job = [options] { return collect(*options, std::cout); }; });
 }
 
