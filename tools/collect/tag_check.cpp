@@ -185,6 +185,16 @@ void checkKind(const Value::Map& tag, Problems& problems) {
   }
 }
 
+// Whether an object in here has more keys than anything that is meant as a tag.
+bool isCrowded(const Value& value) {
+  if (const Value::List* list = value.ifList()) return std::ranges::any_of(*list, isCrowded);
+  const Value::Map* map = value.ifMap();
+  if (map == nullptr) return false;
+  return map->size() > mostKeys || std::ranges::any_of(*map, [](const Value::Map::Entry& entry) {
+           return isCrowded(entry.value);
+         });
+}
+
 }  // namespace
 
 std::optional<std::string_view> marketingCodeOf(const Value::Map& tag) {
@@ -229,7 +239,10 @@ TagReading readTag(std::string_view body, double now) {
   Problems problems;
   try {
     Value parsed = support::parseJson(body);
-    if (parsed.isMap()) {
+    if (isCrowded(parsed)) {
+      problems.add("", "the body is no tag: it has more than " + std::to_string(mostKeys) +
+                           " keys in one object");
+    } else if (parsed.isMap()) {
       reading.tag = parsed.map();
     } else {
       problems.add("", "the body is not a JSON object but " + std::string(parsed.kind()));

@@ -38,6 +38,9 @@ struct TagReading {
 /// Beyond so many problems of one tag the last one tells how many more there are.
 inline constexpr std::size_t mostProblems = 50;
 
+/// An object of more keys is not looked into: a tag has not half as many, and each costs time.
+inline constexpr std::size_t mostKeys = 300;
+
 /// The visitor id of everybody who is counted anonymously.
 inline constexpr std::string_view anonymousVisitorId = "1000000000000003";
 
