@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <exception>
 #include <stdexcept>
 
@@ -65,7 +64,7 @@ ssize_t readStream(void* context, std::uint64_t /*position*/, char* buffer, std:
       return stream.producer->waitForMore() ? 0 : MHD_CONTENT_READER_END_OF_STREAM;
     }
     const std::size_t count = std::min(room, stream.piece.size() - stream.sent);
-    std::memcpy(buffer, stream.piece.data() + stream.sent, count);
+    std::copy_n(stream.piece.data() + stream.sent, count, buffer);
     stream.sent += count;
     return static_cast<ssize_t>(count);
   } catch (const std::exception&) {

@@ -6,7 +6,7 @@ namespace vantamo::tools::collect {
 namespace {
 
 Value listValue(const std::vector<std::string>& entries) {
-  return Value(Value::List(entries.begin(), entries.end()));
+  return Value::List(entries.begin(), entries.end());
 }
 
 // Optional arguments go out as "" when they were left out: what is empty stays out here.
