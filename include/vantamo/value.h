@@ -58,7 +58,7 @@ class VANTAMO_EXPORT ValueMap {
   [[nodiscard]] const_iterator end() const noexcept;    ///< Past the last one.
 
   /// Equal when both hold equal values under the same keys; order does not matter.
-  friend bool operator==(const ValueMap& a, const ValueMap& b);
+  VANTAMO_EXPORT friend bool operator==(const ValueMap& a, const ValueMap& b);
 
  private:
   std::vector<Entry> entries_;
