@@ -28,8 +28,10 @@ depends() {
   [ "$names" = "$*" ] || fail "Depends: $names, but meant is: $*"
 }
 libraries=(libc6 libcurl4 libgcc-s1 libmd0 libmnl0 libsqlite3-0 libstdc++6 liburiparser1 zlib1g)
+# The program has the tag inspector as well, which serves HTTP.
+mapfile -t tools < <(printf '%s\n' "${libraries[@]}" libmicrohttpd12 | sort)
 depends libvantamo1 "${libraries[@]}"
-depends vantamo-tools "${libraries[@]}"
+depends vantamo-tools "${tools[@]}"
 depends libvantamo-dev libvantamo1
 
 lib=$(dirname "$(find "$scratch/root/usr/lib" -name libvantamo.so)")
