@@ -19,7 +19,10 @@ replaying=
 # clean_up: ends the server, at the latest with force after 10 s, and removes what it has left.
 clean_up() {
   trap '' INT TERM
-  if [ -n "$replaying" ]; then kill "$replaying" 2>/dev/null || true; fi
+  if [ -n "$replaying" ]; then
+    kill "$replaying" 2>/dev/null || true
+    wait "$replaying" 2>/dev/null || true  # it writes into what is removed below
+  fi
   if [ -n "$pid" ]; then
     kill "$pid" 2>/dev/null || true
     for ((i = 0; i < 100; ++i)); do
