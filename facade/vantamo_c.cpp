@@ -4,6 +4,7 @@
 #include "vantamo/vantamo_c.h"
 
 #include <array>
+#include <cstddef>
 #include <span>
 #include <type_traits>
 
@@ -98,14 +99,23 @@ char* text(const char* operation, std::string (*ask)()) {
                                      [&](char*& result) { result = support::handedOut(ask()); });
 }
 
-bool takeIdiom(PlatformOverrides& taken, vantamo_device_idiom idiom) {
+bool takeIdiom(const char* operation, PlatformOverrides& taken, vantamo_device_idiom idiom) {
   switch (idiom) {
     case VANTAMO_DEVICE_IDIOM_ABSENT: return true;
     case VANTAMO_DEVICE_IDIOM_PHONE: taken.deviceIdiom = vantamo::DeviceIdiom::phone; return true;
     case VANTAMO_DEVICE_IDIOM_TABLET: taken.deviceIdiom = vantamo::DeviceIdiom::tablet; return true;
-    default: return false;
+    default:
+      support::debugLog(operation, [&] {
+        return support::withValue("No such device idiom: %@", std::to_string(idiom));
+      });
+      return false;
   }
 }
+
+// A member that is added later must lie past the size that callers write today: in padding at the
+// end it would count as one that they know. areAllInOrder() sees to this for the events.
+static_assert(offsetof(vantamo_platform_overrides, logSink) + sizeof(vantamo_log_sink) ==
+              sizeof(vantamo_platform_overrides));
 
 }  // namespace
 
@@ -210,7 +220,7 @@ bool vantamo_set_platform_overrides(const vantamo_platform_overrides* overrides)
   return support::calledFromC(operation, false, [&](bool& result) {
     const auto known = support::knownPart(operation, overrides);
     if (!known) return;
-    const auto& [size, caches, bundle, screen, idiom, version, sink] = *known;
+    const auto& [size, idiom, screen, caches, bundle, version, sink] = *known;
     PlatformOverrides taken;
     const auto context = support::ownedContext(sink.context, sink.release);
     if (sink.write != nullptr) {
@@ -222,7 +232,7 @@ bool vantamo_set_platform_overrides(const vantamo_platform_overrides* overrides)
     taken.mainBundleFolder = support::copied(bundle);
     taken.systemVersion = support::copied(version);
     if (screen.present) taken.screenSize = {.width = screen.width, .height = screen.height};
-    if (!takeIdiom(taken, idiom)) return;
+    if (!takeIdiom(operation, taken, idiom)) return;
     vantamo::setPlatformOverrides(std::move(taken));
     result = true;
   });

@@ -19,6 +19,15 @@ struct vantamo_http_exchange {
 
 namespace {
 
+// As for the overrides: no padding at the end, where a later member would count as a known one.
+static_assert(offsetof(vantamo_default_core_options, maxConcurrentPosts) +
+                  sizeof(vantamo_optional_count) ==
+              sizeof(vantamo_default_core_options));
+static_assert(offsetof(vantamo_http_response, date) + sizeof(const char*) ==
+              sizeof(vantamo_http_response));
+static_assert(offsetof(vantamo_default_core_stats, lastError) + sizeof(char*) ==
+              sizeof(vantamo_default_core_stats));
+
 class CTransport final : public core::Transport {
  public:
   CTransport(const vantamo_transport& given, std::shared_ptr<void> context)
@@ -95,6 +104,7 @@ vantamo_default_core_stats given(const core::Stats& stats) {
                deadLettersDropped, queuedMessages, queuedBytes, deadLetters, durable, lastStatus,
                lastError] = stats;
   return {.size = 0,
+          .lastStatus = lastStatus,
           .accepted = accepted,
           .delivered = delivered,
           .dead = dead,
@@ -112,7 +122,6 @@ vantamo_default_core_stats given(const core::Stats& stats) {
           .queuedBytes = queuedBytes,
           .deadLetters = deadLetters,
           .durable = durable,
-          .lastStatus = lastStatus,
           .lastError = nullptr};
 }
 
@@ -169,7 +178,11 @@ bool vantamo_default_core_answer(vantamo_http_exchange* exchange,
   constexpr const char* operation = "vantamo_default_core_answer";
   return support::calledFromC(operation, false, [&](bool& result) {
     const auto known = support::knownPart(operation, response);
-    if (!known || exchange == nullptr) return;
+    if (!known) return;
+    if (exchange == nullptr) {
+      support::debugLog(operation, [] { return "The exchange is null"; });
+      return;
+    }
     const auto& [size, givenStatus, givenError, givenRetryAfter, givenDate] = *known;
     core::HttpResponse told;
     auto& [status, error, retryAfter, date] = told;

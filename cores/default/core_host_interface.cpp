@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "cores/default/core_object.h"
+#include "support/debug_log.h"
 #include "vantamo/module_directory.h"
 
 namespace vantamo::core {
@@ -35,10 +36,17 @@ bool DefaultCore::setOptions(default_core::Options options) {
                      holds(options.maxDeadLetters, deadLettersRange) &&
                      holds(options.maxConcurrentPosts, concurrentPostsRange) &&
                      (!options.queueFolder || options.queueFolder->starts_with('/'));
-  const platform::MutexLock lock(mutex_);
-  if (!valid || used_) return false;
-  std::swap(options_, options);  // what it holds may call back when it goes
-  return true;
+  bool taken = false;
+  {
+    const platform::MutexLock lock(mutex_);
+    taken = valid && !used_;
+    if (taken) std::swap(options_, options);  // what it holds may call back when it goes
+  }
+  if (taken) return true;
+  support::debugLog("setOptions", [&] {
+    return valid ? "The core is in use already" : "An option is out of its range";
+  });
+  return false;
 }
 
 default_core::Stats DefaultCore::stats() const {

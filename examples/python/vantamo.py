@@ -180,8 +180,8 @@ fire_impression = _event("impression", "pageId", "vqsp vqre")
 PHONE, TABLET = 1, 2
 _LogSink = ctypes.CFUNCTYPE(None, c_void_p, c_char_p)
 _overrides, _Overrides = _structure("platform_overrides", [
-    ("cachesDirectory", c_char_p), ("mainBundleFolder", c_char_p), ("screenSize", _ScreenSize),
-    ("deviceIdiom", c_int32), ("systemVersion", c_char_p), ("logSink", _Callback)])
+    ("deviceIdiom", c_int32), ("screenSize", _ScreenSize), ("cachesDirectory", c_char_p),
+    ("mainBundleFolder", c_char_p), ("systemVersion", c_char_p), ("logSink", _Callback)])
 _set_overrides = _function("set_platform_overrides", c_bool, POINTER(_Overrides))
 _last = {}
 
@@ -223,8 +223,8 @@ _figures = ("accepted delivered dead retried retriedNetwork retriedServer retrie
             "refusedFull refusedTooLarge refusedByStorage refusedNotRunning deadLettersDropped "
             "queuedMessages queuedBytes deadLetters").split()
 _stats, _Stats = _structure("default_core_stats", [
-    *((name, ctypes.c_uint64) for name in _figures),
-    ("durable", c_bool), ("lastStatus", c_int32), ("lastError", c_void_p)])
+    ("lastStatus", c_int32), *((name, ctypes.c_uint64) for name in _figures),
+    ("durable", c_bool), ("lastError", c_void_p)])
 _get_stats = _function("default_core_get_stats", c_bool, POINTER(_Stats))
 Stats = namedtuple("Stats", [*_figures, "durable", "lastStatus", "lastError"])
 

@@ -43,7 +43,8 @@
 /// be null. The library calls release(context) once, on any thread, when the last call with the
 /// context is over and none will follow; also when it did not take the callback. What is in force
 /// when the process ends is not released, nor in a forked child what its parent has set. What a
-/// callback throws is swallowed.
+/// callback throws is swallowed. A callback returns: it neither ends its thread (pthread_exit) nor
+/// jumps out of itself (longjmp).
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -259,10 +260,10 @@ typedef struct vantamo_log_sink {
 /// interfaces. An absent member leaves the platform's own answer.
 typedef struct vantamo_platform_overrides {
   size_t size;                       ///< sizeof of this struct.
+  vantamo_device_idiom deviceIdiom;  ///< Default: from the chassis type.
+  vantamo_screen_size screenSize;    ///< Default: 0 by 0, as on a machine without one.
   const char* cachesDirectory;       ///< Default: $XDG_CACHE_HOME, else ~/.cache.
   const char* mainBundleFolder;      ///< Default: the folder of the executable.
-  vantamo_screen_size screenSize;    ///< Default: 0 by 0, as on a machine without one.
-  vantamo_device_idiom deviceIdiom;  ///< Default: from the chassis type.
   const char* systemVersion;         ///< Default: VERSION_ID of os-release.
   vantamo_log_sink logSink;          ///< Default: standard error.
 } vantamo_platform_overrides;
@@ -354,6 +355,7 @@ VANTAMO_EXPORT bool vantamo_default_core_set_options(const vantamo_default_core_
 /// Figures since the process began, except for those of what is kept now.
 typedef struct vantamo_default_core_stats {
   size_t size;                 ///< sizeof of this struct.
+  int32_t lastStatus;          ///< The last answer's, 0 when there was none.
   uint64_t accepted;           ///< Messages that were taken over; then what has become of messages.
   uint64_t delivered;          ///< The endpoint has answered 2xx.
   uint64_t dead;               ///< The endpoint has refused the message for good.
@@ -371,7 +373,6 @@ typedef struct vantamo_default_core_stats {
   uint64_t queuedBytes;         ///< Bytes of them.
   uint64_t deadLetters;         ///< Dead letters that are kept.
   bool durable;                 ///< False while messages are kept in memory only.
-  int32_t lastStatus;           ///< The last answer's, 0 when there was none.
   char* lastError;  ///< The last reason of a failure, null when there was none. The caller's.
 } vantamo_default_core_stats;
 
@@ -419,7 +420,7 @@ typedef struct vantamo_dead_letter {
   const char* moduleName;  ///< The module that it is from.
   const char* body;        ///< Any bytes, `bodyLength` of them.
   size_t bodyLength;       ///< Bytes of the body.
-  int32_t status;          ///< The answer's.
+  int32_t status;          ///< The answer's; 0 when the module that it is from was missing.
   const char* reason;      ///< Why it was refused.
   int64_t accepted;        ///< When it was taken over.
   int64_t died;            ///< When it was refused for good.
