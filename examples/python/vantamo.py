@@ -18,6 +18,7 @@ import ctypes
 import inspect
 import itertools
 import os
+import time
 from collections import namedtuple
 from ctypes import POINTER, c_bool, c_char_p, c_double, c_int32, c_int64, c_size_t, c_void_p
 
@@ -295,7 +296,13 @@ def purge_dead_letters(ids=None):
 
 @atexit.register
 def _detach():
-    """The library's threads may outlive the interpreter: nothing of it may be called then."""
+    """The library's threads may outlive the interpreter: nothing of it may be called then.
+
+    A call that is under way is waited for: Python would end its thread, and the process with it.
+    """
     set_delivery_callback(None)
     if _last:
         set_platform_overrides(**_last)
+    end = time.monotonic() + 5
+    while _held and time.monotonic() < end:
+        time.sleep(0.01)
