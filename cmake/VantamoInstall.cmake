@@ -38,6 +38,17 @@ function(vantamo_install target component)
   configure_file(packaging/${name}.pc.in ${Vantamo_BINARY_DIR}/packaging/${name}.pc @ONLY)
   install(FILES ${Vantamo_BINARY_DIR}/packaging/${name}.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+  if(NOT IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+    # pkg-config leaves out the folders that compilers search by themselves, and knows them by their
+    # plain names alone: to name /usr/include again would put it before where it belongs.
+    install(CODE "
+      if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
+        set(file \"\$ENV{DESTDIR}/usr/${CMAKE_INSTALL_LIBDIR}/pkgconfig/${name}.pc\")
+        file(READ \"\${file}\" text)
+        string(REGEX REPLACE \"^prefix=[^\n]*\" \"prefix=/usr\" text \"\${text}\")
+        file(WRITE \"\${file}\" \"\${text}\")
+      endif()" COMPONENT dev)
+  endif()
 endfunction()
 
 vantamo_install(vantamo vantamo)

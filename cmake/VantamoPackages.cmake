@@ -8,6 +8,7 @@ set(CPACK_PACKAGE_CONTACT "Vantamo developers <vantamo@localhost>" CACHE STRING
   "Maintainer of the Debian packages")
 set(CPACK_PACKAGE_DIRECTORY ${Vantamo_BINARY_DIR}/packages)
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
+set(CPACK_SET_DESTDIR ON)  # what is installed for /usr is told so
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL runtime dev tools)
 set(CPACK_DEB_COMPONENT_INSTALL ON)

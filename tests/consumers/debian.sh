@@ -36,6 +36,11 @@ depends libvantamo-dev libvantamo1
 
 lib=$(dirname "$(find "$scratch/root/usr/lib" -name libvantamo.so)")
 export LD_LIBRARY_PATH=$lib PKG_CONFIG_PATH=$lib/pkgconfig
+flags=$(pkg-config --cflags --libs-only-L vantamo)
+[ -z "${flags// /}" ] || fail "pkg-config names folders that are searched anyway: $flags"
+# The root is not the system's own.
+export PKG_CONFIG_SYSROOT_DIR=$scratch/root
+export PKG_CONFIG_ALLOW_SYSTEM_CFLAGS=1 PKG_CONFIG_ALLOW_SYSTEM_LIBS=1
 mkdir "$scratch/host"
 make -C "$scratch/host" -f "$here/pkg_config/Makefile"
 "$scratch/host/app"
