@@ -57,7 +57,7 @@ const control = (path, members) => fetch(url + path, {
 });
 
 const tag = (pageId, session = '1234567890') => ({
-  tid: '1', pi: pageId, cg: '', se: '', sr: '', ul: 'APP_APPLE_A', vn2: 'e4.0', st: '1795271229',
+  tid: '1', pi: pageId, cg: '', se: '', sr: '', ul: 'APP_APPLE_A', vn2: 'e4.0', st: '1700000000',
   vn1: '4.1.8', ec: 'UTF-8', cjen: '1', cjuid: '1', cjsid: session, cjvf: '1',
 });
 

@@ -10,6 +10,7 @@
 #include "tools/collect/request_guard.h"
 #include "tools/collect/session_book.h"
 #include "tools/collect/tag_check.h"
+#include "tools/collect/tag_stream.h"
 
 namespace vantamo::tools::collect {
 namespace {
@@ -49,6 +50,19 @@ Value::Map pageView() {
     tag.erase(key);
   }
   tag.merge({{"tid", "1"}, {"pi", "home"}, {"se", ""}, {"sr", ""}});
+  return tag;
+}
+
+Value::Map registration() {
+  Value::Map tag = pageView();
+  for (const char* key : {"pi", "cg", "se", "sr"}) tag.erase(key);
+  tag.merge({{"tid", "2"},
+             {"cd", "c"},
+             {"em", "e"},
+             {"ct", "x"},
+             {"sa", "y"},
+             {"zp", "z"},
+             {"cy", "GB"}});
   return tag;
 }
 
@@ -122,6 +136,8 @@ TEST(TagCheckTest, EachProblemIsToldInWordsAndOnlyThat) {
       {&cart, {{"cjsid", "123"}}, "cjsid (session id) must be 10 digits"},
       {&cart, {{"cjuid", "me"}}, "cjuid (visitor id) must be digits"},
       {&cart, {{"ec", nullptr}}, "ec (encoding) is missing; it is in every tag"},
+      {&registration, {}, nullptr},
+      {&registration, {{"cy", nullptr}}, "cy (customerCountry) is missing; it is always written"},
       {&link, {{"ti", "x"}}, "ti must be a whole number"},
       {&link, {{"nm", nullptr}}, nullptr}};
   for (const Wrong& row : cases) {
@@ -160,6 +176,8 @@ TEST(TagCheckTest, WhatIsNoTagIsToldAndAHostileOneIsCutShort) {
   EXPECT_EQ(problemsOf(tag).back(), "and 150 more");
   for (int i = 0; i < 300; ++i) tag.set("k" + std::to_string(i), "");
   EXPECT_THAT(problemsOf(tag), ElementsAre(HasSubstr("more than 300 keys in one object")));
+  EXPECT_THAT(problemsOf({{"a", Value::List(mostValues, 0)}}),
+              ElementsAre(HasSubstr("more than 2,000 values")));
 }
 
 TEST(TagCheckTest, TwoSessionsWithOneIdAreFound) {
@@ -185,6 +203,30 @@ TEST(TagCheckTest, TwoSessionsWithOneIdAreFound) {
   }
 }
 
+// The attempt that is delivered is the one that counts, and may not be the first.
+TEST(TagCheckTest, WhatIsWrongWithASessionIsToldOfEveryAttempt) {
+  TagStore store;
+  for (const char* visitor : {"7", "8", "8"}) {
+    Value::Map tag = pageView();
+    tag.set("cjuid", visitor);
+    store.add({.headers = {{"Idempotency-Key", visitor}},
+               .body = support::writeJson(tag),
+               .received = static_cast<std::int64_t>(now) * 1000},
+              {});
+  }
+  for (std::size_t i = 1; i < 3; ++i) EXPECT_EQ(store.tags()[i]->problems.size(), 1U) << i;
+}
+
+TEST(TagStreamTest, AnEventIdFromTheFutureSeesAReset) {
+  TagStore store;
+  const std::string run = "run";
+  const unsigned faultsVersion = 1;
+  EventStream stream({store, run, {}, faultsVersion}, "run-1000000");
+  static_cast<void>(stream.next());
+  store.reset();
+  EXPECT_THAT(stream.next(), HasSubstr("event: reset\nid: run-1\n"));
+}
+
 TEST(FaultsTest, BadOnesAreNamedAndGoodOnesHit) {
   for (const char* text :
        {"", "503:101%", "503:-1", "200:5%", "x:5%", "503:5%%", "503:nan", "99"}) {
@@ -199,6 +241,7 @@ TEST(FaultsTest, BadOnesAreNamedAndGoodOnesHit) {
   EXPECT_EQ(verdictOf(faults, 20).status, 204);
   EXPECT_EQ(verdictOf(faults, 20).delay, std::chrono::milliseconds(1500));
   EXPECT_TRUE(verdictOf(changed(faults, {{"refuse", true}}), 0).refused);
+  EXPECT_FALSE(changed({.refuse = true}, {{"refuse", nullptr}}).refuse);
   EXPECT_EQ(faultsAsMembers(changed(faults, faultsAsMembers({}))), faultsAsMembers({}));
 }
 
@@ -208,20 +251,22 @@ TEST(RequestGuardTest, OtherPagesNeitherReadNorChange) {
     bool onLoopback;
     bool mayRead;
     bool mayChange;
+    bool mayPost = true;
   };
   const std::vector<Case> cases = {
       {{.host = "127.0.0.1:8135"}, true, true, true},
       {{.host = "localhost:8135", .origin = "http://localhost:8135"}, true, true, true},
       {{.host = "[::1]:8135"}, true, true, true},
       {{.host = "evil.example:8135"}, true, false, false},
+      {{.host = "a.example", .origin = "http://a.example"}, true, false, false, false},
       {{.host = "10.0.0.1:8135"}, true, false, false},
       {{.host = "10.0.0.1:8135"}, false, true, true},
       {{.host = "box.local:8135"}, false, true, true},
       {{.host = "127.0.0.1.evil.example"}, false, false, false},
       {{.host = ""}, true, false, false},
-      {{.host = "localhost:8135", .origin = "http://localhost:9"}, true, true, false},
-      {{.host = "localhost:8135", .origin = "null"}, true, true, false},
-      {{.host = "localhost:8135", .fetchSite = "same-site"}, true, true, false},
+      {{.host = "localhost:8135", .origin = "http://localhost:9"}, true, true, false, false},
+      {{.host = "localhost:8135", .origin = "null"}, true, true, false, false},
+      {{.host = "localhost:8135", .fetchSite = "same-site"}, true, true, false, false},
       {{.host = "localhost", .contentType = "text/plain", .hasBody = true}, true, true, false},
       {{.host = "localhost", .hasBody = true}, true, true, false},
       {{.host = "localhost", .contentType = "application/json; a=b", .hasBody = true},
@@ -231,6 +276,8 @@ TEST(RequestGuardTest, OtherPagesNeitherReadNorChange) {
   for (const Case& row : cases) {
     EXPECT_EQ(refusalToRead(row.request, "box", row.onLoopback).empty(), row.mayRead)
         << row.request.host;
+    EXPECT_EQ(refusalToPost(row.request, "box", row.onLoopback).empty(), row.mayPost)
+        << row.request.host << row.request.origin;
     EXPECT_EQ(refusalToChange(row.request, "box", row.onLoopback).empty(), row.mayChange)
         << row.request.host << row.request.origin;
   }

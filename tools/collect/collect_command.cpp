@@ -56,13 +56,14 @@ class Run final : public StoreObserver {
   }
 
   [[nodiscard]] bool isOver() const {
-    if (options_.until) return count_ >= *options_.until;
+    if (options_.until && count_ >= *options_.until) return true;
     // A plan is not held against more than are kept.
     return plan_ && ((plan_->isComplete() && !options_.exact) || count_ >= TagStore::mostTags);
   }
 
   int judge() {
-    bool isGood = !options_.until || count_ >= *options_.until;
+    const bool isPlanKept = plan_ && plan_->isComplete() && !options_.exact;
+    bool isGood = !options_.until || count_ >= *options_.until || isPlanKept;
     if (!isGood) output_ << count_ << " of " << *options_.until << " tags arrived\n";
     if (plan_) {
       output_ << plan_->difference() << plan_->matched() << " of " << plan_->size()
@@ -80,7 +81,7 @@ class Run final : public StoreObserver {
   void tell(const StoredTag& tag) {
     output_ << shortText(tag);
     if (tag.repeatOf) output_ << " (again: #" << *tag.repeatOf << ")";
-    if (!tag.counts && !tag.repeatOf) output_ << " (not counted: its post failed as told)";
+    if (!tag.counts && !tag.repeatOf) output_ << " (not counted: not answered with 2xx)";
     output_ << '\n';
     for (const Problem& problem : tag.problems) {
       output_ << "    problem: " << printable(problem.text) << '\n';

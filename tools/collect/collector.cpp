@@ -95,11 +95,15 @@ void Collector::run(const std::function<bool()>& isOver,
     return ::read(wakeUp_.number(), &count, sizeof count) > 0;
   };
   const Clock::time_point never = Clock::time_point::max();
-  while (!isOver() && !isStopped() && Clock::now() < deadline.value_or(never)) {
+  bool wasStopped = false;
+  while (!isOver() && !wasStopped && Clock::now() < deadline.value_or(never)) {
     serveOnce(deadline.value_or(never));
+    wasStopped = isStopped();
   }
-  // Whoever has posted is answered, so that nobody posts the same again.
-  const Clock::time_point end = Clock::now() + drainLimit + faults_.slow;
+  // Whoever has posted is answered, so that nobody posts the same again. One who stops it does not
+  // wait for answers that are held back: they go out at the end.
+  const Clock::time_point end =
+      Clock::now() + drainLimit + (wasStopped ? milliseconds(0) : faults_.slow);
   while (posting_ > 0 && !isStopped() && Clock::now() < end) serveOnce(end);
 }
 
@@ -173,7 +177,7 @@ void Collector::takeIn(Request& request, std::string_view data) {
   request.tooLarge = request.tooLarge || request.received > mostBodyBytes;
   if (request.tooLarge) {
     uploading_ -= request.body.size();
-    request.body = {};
+    request.body = std::string();
     return;
   }
   if (uploading_ + data.size() > mostUploading) throw std::runtime_error("too much at a time");

@@ -61,9 +61,11 @@ void addEnds(CLI::App& command, const std::shared_ptr<CollectOptions>& options) 
       ->group(group);
   CLI::Option* expect =
       command
-          .add_option("--expect", options->expect,
-                      "The expected tags, a JSON object a line: wire keys or arguments with their "
-                      "values, \"event\", null for what must be absent. Ends when all have arrived")
+          .add_option(
+              "--expect", options->expect,
+              "The expected tags, a JSON object a line: wire keys or arguments with their "
+              "values, \"event\", null for what must be absent. Ends when all have arrived, or "
+              "before at --until or --timeout")
           ->type_name("FILE")
           ->group(group);
   command.add_flag("--in-order", options->inOrder, "Expect them in the order of the lines")

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <istream>
 #include <stdexcept>
+#include <utility>
 
 #include "support/json.h"
 #include "tools/collect/expected_member.h"
@@ -72,39 +73,57 @@ Plan::Plan(std::string name, std::vector<Expectation> expectations, PlanRules ru
     : name_(std::move(name)),
       expectations_(std::move(expectations)),
       rules_(rules),
-      tagOf_(expectations_.size()) {}
+      tagOf_(expectations_.size()),
+      isSettled_(expectations_.size()) {}
 
 void Plan::clear() {
   arrived_.clear();
   std::ranges::fill(tagOf_, std::nullopt);
+  isSettled_.assign(expectations_.size(), false);
   matched_ = 0;
 }
 
 void Plan::add(const Tag& tag) {
   Arrived arrived{.tag = tag, .call = callOf(*tag)};
   for (std::size_t i = 0; i < expectations_.size(); ++i) {
-    if (rules_.inOrder && i != matched_) continue;
+    if (isSettled_[i] || (rules_.inOrder && i != matched_)) continue;
     if (differences(expectations_[i].members, *tag, arrived.call).empty()) {
       arrived.fits.push_back(i);
     }
   }
   arrived_.push_back(std::move(arrived));
-  std::vector<bool> tried(expectations_.size());
-  if (placeAnywhere(arrived_.size() - 1, tried)) ++matched_;
+  if (place(arrived_.size() - 1)) ++matched_;
 }
 
-// Gives the tag a line of its own, moving others to lines that fit them too where it must.
-bool Plan::placeAnywhere(std::size_t arrived, std::vector<bool>& tried) {
-  for (const std::size_t line : arrived_[arrived].fits) {
-    if (tried[line]) continue;
-    tried[line] = true;
-    if (!tagOf_[line] || placeAnywhere(*tagOf_[line], tried)) {
-      tagOf_[line] = arrived;
-      arrived_[arrived].line = line;
-      return true;
+// Gives the tag a line of its own, moving others to lines that fit them too where it must: as few
+// as possible, so that a free line is taken at once.
+bool Plan::place(std::size_t arrived) {
+  std::vector<std::optional<std::size_t>> takerOf(expectations_.size());  // by line
+  std::vector<std::size_t> tags = {arrived};
+  for (std::size_t next = 0; next < tags.size(); ++next) {
+    for (const std::size_t line : arrived_[tags[next]].fits) {
+      if (takerOf[line] || isSettled_[line]) continue;
+      takerOf[line] = tags[next];
+      if (!tagOf_[line]) {
+        moveInto(line, takerOf);
+        return true;
+      }
+      tags.push_back(*tagOf_[line]);
     }
   }
+  // No free line can be reached from these, now or later: nobody needs to look at them again.
+  for (std::size_t line = 0; line < takerOf.size(); ++line) {
+    if (takerOf[line]) isSettled_[line] = true;
+  }
   return false;
+}
+
+void Plan::moveInto(std::size_t line, const std::vector<std::optional<std::size_t>>& takerOf) {
+  for (std::optional<std::size_t> free = line; free;) {
+    const std::size_t taker = takerOf[*free].value();
+    tagOf_[*free] = taker;
+    free = std::exchange(arrived_[taker].line, free);
+  }
 }
 
 std::string Plan::missingText(std::size_t index) const {

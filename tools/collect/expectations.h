@@ -54,7 +54,8 @@ class Plan {
     std::optional<std::size_t> line;
   };
 
-  bool placeAnywhere(std::size_t arrived, std::vector<bool>& tried);
+  bool place(std::size_t arrived);
+  void moveInto(std::size_t line, const std::vector<std::optional<std::size_t>>& takerOf);
   [[nodiscard]] std::string missingText(std::size_t index) const;
 
   std::string name_;
@@ -62,6 +63,7 @@ class Plan {
   PlanRules rules_;
   std::vector<Arrived> arrived_;
   std::vector<std::optional<std::size_t>> tagOf_;  // by expectation
+  std::vector<bool> isSettled_;                    // by expectation: its tags stay where they are
   std::size_t matched_ = 0;
 };
 

@@ -97,8 +97,8 @@ Faults changed(Faults faults, const Value::Map& members) {
     } else if (name == "slow") {
       faults.slow = durationOf(value.isNull() ? "0s" : textOf(name, value));
     } else if (name == "refuse") {
-      if (!value.isBool()) throw BadFault("refuse must be true or false");
-      faults.refuse = value.booleanMeaning();
+      if (!value.isBool() && !value.isNull()) throw BadFault("refuse must be true, false or null");
+      faults.refuse = value.isBool() && value.booleanMeaning();
     } else {
       throw BadFault("there is no fault " + quotedShort(name));
     }

@@ -93,12 +93,10 @@ Response streamedResponse(std::unique_ptr<Producer> producer, std::string_view t
   constexpr std::size_t blockSize = 16'384;
   auto stream = std::make_unique<Stream>();
   stream->producer = std::move(producer);
-  Response response =
-      owned(::MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, blockSize, &readStream,
-                                                stream.get(), &freeStream),
-            type);
-  static_cast<void>(stream.release());  // the response frees it
-  return response;
+  MHD_Response* response = ::MHD_create_response_from_callback(
+      MHD_SIZE_UNKNOWN, blockSize, &readStream, stream.get(), &freeStream);
+  if (response != nullptr) static_cast<void>(stream.release());  // the response frees it
+  return owned(response, type);
 }
 
 void addHeader(const Response& response, const char* name, const std::string& value) {

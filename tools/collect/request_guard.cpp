@@ -29,6 +29,14 @@ bool isAddress(const std::string& name, bool onLoopback) {
   return ::inet_pton(AF_INET6, name.c_str(), bytes.data()) == 1 && (!onLoopback || name == "::1");
 }
 
+std::string refusalOfForeign(const RequestOrigin& request) {
+  const bool isForeignOrigin =
+      !request.origin.empty() && !isSame(request.origin, "http://" + std::string(request.host));
+  const bool isForeignSite = !request.fetchSite.empty() && request.fetchSite != "same-origin" &&
+                             request.fetchSite != "none";
+  return isForeignOrigin || isForeignSite ? "only the inspector's own page may do this\n" : "";
+}
+
 }  // namespace
 
 std::string refusalToRead(const RequestOrigin& request, std::string_view machineName,
@@ -42,16 +50,19 @@ std::string refusalToRead(const RequestOrigin& request, std::string_view machine
          ": open it by its address\n";
 }
 
+std::string refusalToPost(const RequestOrigin& request, std::string_view machineName,
+                          bool onLoopback) {
+  if (request.origin.empty() && request.fetchSite.empty()) return "";
+  auto refusal = refusalToRead(request, machineName, onLoopback);
+  return refusal.empty() ? refusalOfForeign(request) : refusal;
+}
+
 std::string refusalToChange(const RequestOrigin& request, std::string_view machineName,
                             bool onLoopback) {
   if (auto refusal = refusalToRead(request, machineName, onLoopback); !refusal.empty()) {
     return refusal;
   }
-  const bool isForeignOrigin =
-      !request.origin.empty() && !isSame(request.origin, "http://" + std::string(request.host));
-  const bool isForeignSite = !request.fetchSite.empty() && request.fetchSite != "same-origin" &&
-                             request.fetchSite != "none";
-  if (isForeignOrigin || isForeignSite) return "only the inspector's own page may do this\n";
+  if (auto refusal = refusalOfForeign(request); !refusal.empty()) return refusal;
   const std::string_view type = request.contentType.substr(0, request.contentType.find(';'));
   if ((request.hasBody || !type.empty()) && !isSame(type, "application/json")) {
     return "the content type must be application/json\n";

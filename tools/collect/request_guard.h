@@ -20,6 +20,12 @@ struct RequestOrigin {
 [[nodiscard]] std::string refusalToRead(const RequestOrigin& request, std::string_view machineName,
                                         bool onLoopback);
 
+/// Why this request may not post a tag; empty when it may. Applications may, from anywhere and
+/// under any name of this machine; pages of another origin may not, and only their browsers send
+/// `Origin` and `Sec-Fetch-Site`.
+[[nodiscard]] std::string refusalToPost(const RequestOrigin& request, std::string_view machineName,
+                                        bool onLoopback);
+
 /// Why this request may not change anything; empty when it may. On top of the above, a page of
 /// another origin may not: its browser names the origin, or sends a form.
 [[nodiscard]] std::string refusalToChange(const RequestOrigin& request,

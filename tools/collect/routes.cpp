@@ -60,9 +60,12 @@ RequestOrigin Collector::originOf(const Request& request) const {
 MHD_Result Collector::answer(Request& request) {
   if (request.verdict) return sendVerdict(request);  // it was held back
   const bool isControl = request.path == "/reset" || request.path == "/faults";
-  if (request.isPost() && !isControl) return answerTag(request);
   const RequestOrigin origin = originOf(request);
   const bool onLoopback = listener_.onLoopback;
+  if (request.isPost() && !isControl) {
+    const std::string refusal = refusalToPost(origin, machineName_, onLoopback);
+    return refusal.empty() ? answerTag(request) : request.reply(forbidden, refusal);
+  }
   const std::string refusal = request.isPost() ? refusalToChange(origin, machineName_, onLoopback)
                                                : refusalToRead(origin, machineName_, onLoopback);
   if (!refusal.empty()) return request.reply(forbidden, refusal);
@@ -132,7 +135,8 @@ MHD_Result Collector::answerTag(Request& request) {
   post.body = std::exchange(request.body, {});
   store_.add(std::move(post), *request.verdict);
   wakePages();
-  if (request.verdict->delay.count() == 0) return sendVerdict(request);
+  // At the end nothing may be taken off the server's loop any more.
+  if (request.verdict->delay.count() == 0 || stopping_) return sendVerdict(request);
   ::MHD_suspend_connection(request.connection);
   held_.emplace(Clock::now() + request.verdict->delay, request.connection);
   return MHD_YES;

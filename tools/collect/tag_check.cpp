@@ -58,7 +58,8 @@ void checkText(const WireField& field, std::string_view text, Problems& problems
 void checkMissing(const WireEvent& event, const WireField& field, const Value::Map& tag,
                   Problems& problems) {
   const std::string what = named(field, field.key);
-  const bool isAlwaysWritten = field.form == Form::plain || field.form == Form::printed;
+  const bool isAlwaysWritten =
+      field.form == Form::plain || field.form == Form::printed || field.form == Form::mapOnly;
   if (!field.required.empty()) {
     problems.add(field.key, "required " + what + " is missing");
   } else if (isAlwaysWritten) {
@@ -195,6 +196,33 @@ bool isCrowded(const Value& value) {
          });
 }
 
+// How many values these are, nested ones too.
+std::size_t countOf(const Value& value) {
+  std::size_t count = 1;
+  if (const Value::List* list = value.ifList()) {
+    for (const Value& entry : *list) count += countOf(entry);
+  } else if (const Value::Map* map = value.ifMap()) {
+    for (const auto& [key, member] : *map) count += countOf(member);
+  }
+  return count;
+}
+
+// Takes over the body, unless it is none of a tag.
+void takeIn(const Value& body, TagReading& reading, Problems& problems) {
+  const std::size_t values = countOf(body);
+  if (isCrowded(body)) {
+    problems.add("", "the body is no tag: it has more than " + std::to_string(mostKeys) +
+                         " keys in one object");
+  } else if (values > mostValues) {
+    problems.add("", "the body is no tag: it has more than 2,000 values");
+  } else if (body.isMap()) {
+    reading.tag = body.map();
+    reading.values = values;
+  } else {
+    problems.add("", "the body is not a JSON object but " + std::string(body.kind()));
+  }
+}
+
 }  // namespace
 
 std::optional<std::string_view> marketingCodeOf(const Value::Map& tag) {
@@ -238,15 +266,7 @@ TagReading readTag(std::string_view body, double now) {
   TagReading reading;
   Problems problems;
   try {
-    Value parsed = support::parseJson(body);
-    if (isCrowded(parsed)) {
-      problems.add("", "the body is no tag: it has more than " + std::to_string(mostKeys) +
-                           " keys in one object");
-    } else if (parsed.isMap()) {
-      reading.tag = parsed.map();
-    } else {
-      problems.add("", "the body is not a JSON object but " + std::string(parsed.kind()));
-    }
+    takeIn(support::parseJson(body), reading, problems);
   } catch (const support::JsonError& error) {
     problems.add("", std::string("the body is not JSON: ") + error.what());
   }

@@ -23,6 +23,8 @@ struct Problem {
 struct TagReading {
   /// The JSON object; empty when the body is none.
   Value::Map tag;
+  /// How many values are in it, nested ones too.
+  std::size_t values = 0;
   /// Null for an unknown event and for a body that is no tag.
   const WireEvent* event = nullptr;
   std::vector<Problem> problems;
@@ -40,6 +42,8 @@ inline constexpr std::size_t mostProblems = 50;
 
 /// An object of more keys is not looked into: a tag has not half as many, and each costs time.
 inline constexpr std::size_t mostKeys = 300;
+/// Nor is a body of more values, nested ones counted: parsed, each takes many times its text.
+inline constexpr std::size_t mostValues = 2'000;
 
 /// The visitor id of everybody who is counted anonymously.
 inline constexpr std::string_view anonymousVisitorId = "1000000000000003";

@@ -71,6 +71,10 @@ std::string recordOf(const StoredTag& tag, const Post& post, const Verdict& verd
       {"replay", call ? Value(support::writeJson(*call)) : Value()}});
 }
 
+std::size_t bytesOf(const StoredTag& tag) {
+  return tag.json.size() + tag.reading.values * sizeof(Value);
+}
+
 }  // namespace
 
 std::string_view Post::header(std::string_view name) const {
@@ -96,18 +100,17 @@ Tag TagStore::add(Post post, const Verdict& verdict) {
   if (message.first == 0) {
     message.first = last_;
     if (!key.empty()) keys_[last_] = key;
-    for (Problem& problem : sessions_.enter(tag->reading, last_)) {
-      tag->problems.push_back(std::move(problem));
-    }
+    message.ofSession = sessions_.enter(tag->reading, last_);
   } else {
     tag->repeatOf = message.first;
   }
+  tag->problems.insert(tag->problems.end(), message.ofSession.begin(), message.ofSession.end());
   tag->counts = verdict.delivers() && !message.delivered;
   message.delivered = message.delivered || verdict.delivers();
   tag->json = recordOf(*tag, post, verdict);
   tag->headers = std::move(post.headers);
   tags_.push_back(tag);
-  bytes_ += tag->json.size();
+  bytes_ += bytesOf(*tag);
   while (tags_.size() > 1 && (tags_.size() > mostTags || bytes_ > mostBytes)) dropOldest();
   if (observer_ != nullptr) observer_->stored(tag);
   return tag;
@@ -119,7 +122,7 @@ void TagStore::dropOldest() {
     messages_.erase(key->second);
     keys_.erase(key);
   }
-  bytes_ -= oldest->json.size();
+  bytes_ -= bytesOf(*oldest);
   tags_.pop_front();
   ++dropped_;
 }

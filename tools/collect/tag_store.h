@@ -57,7 +57,7 @@ class StoreObserver {
 class TagStore {
  public:
   static constexpr std::size_t mostTags = 10'000;
-  /// Of JSON text; what is parsed takes about as much again.
+  /// Of JSON text and parsed values; the texts of these take about as much as the JSON again.
   static constexpr std::size_t mostBytes = std::size_t{48} << 20U;
 
   void observe(StoreObserver* observer) { observer_ = observer; }
@@ -78,6 +78,8 @@ class TagStore {
   struct Message {
     std::uint64_t first = 0;
     bool delivered = false;
+    /// What was wrong between it and the tags before it, which holds for every attempt.
+    std::vector<Problem> ofSession;
   };
 
   void dropOldest();

@@ -39,6 +39,8 @@ bool TagFilter::takes(const StoredTag& tag) const {
 }
 
 TagFilter filterOf(const std::vector<std::pair<std::string, std::string>>& query) {
+  constexpr std::size_t most = 32;  // each is looked for in every tag
+  if (query.size() > most) throw std::invalid_argument("more than 32 filters");
   TagFilter filter;
   for (const auto& [name, value] : query) {
     if (name == "event") {
@@ -63,7 +65,10 @@ EventStream::EventStream(StreamState state, std::string_view lastEventId) : stat
   const std::size_t dash = lastEventId.rfind('-');
   const bool isOfThisRun =
       dash != std::string_view::npos && lastEventId.substr(0, dash) == state.run;
-  if (isOfThisRun) seen_ = numberOf(lastEventId.substr(dash + 1)).value_or(0);
+  if (isOfThisRun) {
+    seen_ =
+        std::min(numberOf(lastEventId.substr(dash + 1)).value_or(0), state.store.lastSequence());
+  }
   mustReset_ = !lastEventId.empty() && !isOfThisRun;
 }
 
@@ -83,7 +88,7 @@ std::string EventStream::next() {
     faultsSeen_ = state_.faultsVersion;
     text += eventText("faults", "", support::writeJson(faultsAsMembers(state_.faults)));
   }
-  if (droppedSeen_ != store.dropped()) {
+  if (droppedSeen_ != store.dropped() && !store.tags().empty()) {
     droppedSeen_ = store.dropped();
     text += eventText("dropped", "",
                       R"({"count":)" + std::to_string(droppedSeen_) + R"(,"oldest":)" +
