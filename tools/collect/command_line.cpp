@@ -82,8 +82,9 @@ void addEnds(CLI::App& command, const std::shared_ptr<CollectOptions>& options) 
 
 constexpr const char* collectHelp = R"(Page:
   Its address and the line for VTMod.bundle/settings.json are shown at the start. Every POST but
-  /reset and /faults is taken as a tag and answered 204, also one with problems. GET /tags,
-  /events and /health, POST /reset and /faults are for scripts.
+  /reset and /faults is taken as a tag and answered 204, also one with problems; what a web
+  page of another origin posts is refused. GET /tags, /events and /health, POST /reset and /faults
+  are for scripts.
 
 Exit status:
   0  ended as asked
