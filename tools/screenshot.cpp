@@ -34,6 +34,7 @@ struct Profile {
 // Runs a program, silent, and answers whether it ended well.
 bool runQuietly(std::vector<std::string> words) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   struct Actions {
