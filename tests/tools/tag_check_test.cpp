@@ -220,8 +220,9 @@ TEST(TagCheckTest, WhatIsWrongWithASessionIsToldOfEveryAttempt) {
 TEST(TagStreamTest, AnEventIdFromTheFutureSeesAReset) {
   TagStore store;
   const std::string run = "run";
+  const Faults faults;
   const unsigned faultsVersion = 1;
-  EventStream stream({store, run, {}, faultsVersion}, "run-1000000");
+  EventStream stream({store, run, faults, faultsVersion}, "run-1000000");
   static_cast<void>(stream.next());
   store.reset();
   EXPECT_THAT(stream.next(), HasSubstr("event: reset\nid: run-1\n"));
