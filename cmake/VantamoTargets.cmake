@@ -146,10 +146,11 @@ function(vantamo_program variable target)
   set(program $<TARGET_FILE:${target}>)
   if(CMAKE_CROSSCOMPILING_EMULATOR)
     list(JOIN CMAKE_CROSSCOMPILING_EMULATOR "' '" emulator)
-    file(GENERATE OUTPUT ${CMAKE_BINARY_DIR}/run/${target}
+    set(script ${CMAKE_BINARY_DIR}/run/$<TARGET_FILE_NAME:${target}>)
+    file(GENERATE OUTPUT ${script}
       CONTENT "#!/bin/sh\nexec '${emulator}' '${program}' \"$@\"\n"
       FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
-    set(program ${CMAKE_BINARY_DIR}/run/${target})
+    set(program ${script})
   endif()
   set(${variable} ${program} PARENT_SCOPE)
 endfunction()
