@@ -141,7 +141,8 @@ void TagStore::reset() {
 Tag TagStore::firstAfter(std::uint64_t sequence) const {
   if (tags_.empty() || sequence >= last_) return nullptr;
   const std::uint64_t oldest = tags_.front()->sequence;
-  return tags_[sequence < oldest ? 0 : sequence - oldest + 1];
+  // Less than what is kept, and so in range of any size.
+  return tags_[sequence < oldest ? 0 : static_cast<std::size_t>(sequence - oldest + 1)];
 }
 
 }  // namespace vantamo::tools::collect
