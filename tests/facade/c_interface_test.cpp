@@ -129,7 +129,8 @@ TEST_F(CInterfaceTest, AStructOfNoVersionIsRefusedAndOneOfALaterVersionTaken) {
     // Nothing but the size may be looked at.
     auto garbage = std::make_unique<Struct>();
     std::memset(garbage.get(), 0xEE, sizeof(Struct));
-    for (const std::size_t size : {0UL, 1UL, sizeof(std::size_t), sizeof(Struct) - 1, ~7UL}) {
+    for (const std::size_t size : std::initializer_list<std::size_t>{
+             0, 1, sizeof(std::size_t), sizeof(Struct) - 1, ~std::size_t{7}}) {
       garbage->size = size;
       EXPECT_FALSE(fronts.fireC(garbage.get())) << fronts.format.name << size;
     }
