@@ -24,7 +24,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using vantamo::Value;
 using vantamo::tools::collect::Collector;
 using vantamo::tools::collect::StopAtSignals;
 using vantamo::tools::collect::StoredTag;
