@@ -15,7 +15,6 @@
 namespace {
 
 using namespace vantamo::tags;
-
 using namespace vantamo::tools;
 
 std::string code(std::string_view text) { return std::string("`").append(text).append("`"); }
