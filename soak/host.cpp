@@ -2,7 +2,6 @@
 // threads, logs each id that was accepted, and tells at its end what it has seen, a name and a
 // value on each line.
 
-#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <spawn.h>
@@ -19,6 +18,7 @@
 #include <thread>
 
 #include "soak/faults.h"
+#include "soak/process_counts.h"
 #include "vantamo/default_core.h"
 #include "vantamo/platform.h"
 #include "vantamo/vantamo.h"
@@ -28,6 +28,8 @@ namespace {
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
+using vantamo::test::descriptorCount;
+using vantamo::test::threadCount;
 
 struct Choices {
   std::string bundle;
@@ -48,24 +50,6 @@ struct Choices {
   bool clockJumps = false;
   bool forks = false;
 };
-
-std::size_t entriesOf(const char* folder) {
-  std::size_t count = 0;
-  DIR* entries = ::opendir(folder);
-  while (::readdir(entries) != nullptr) ++count;
-  ::closedir(entries);
-  return count - 2;  // . and ..
-}
-std::size_t threadCount() { return entriesOf("/proc/self/task"); }
-std::size_t descriptorCount() { return entriesOf("/proc/self/fd") - 1; }  // the listing's own
-
-// With the first thread a sanitizer starts one of its own. A thread that was joined may still be on
-// its way out, and is not to be counted.
-void runFirstThread() {
-  std::string entry = "/proc/self/task/";
-  std::thread([&entry] { entry += std::to_string(::gettid()); }).join();
-  while (::access(entry.c_str(), F_OK) == 0) std::this_thread::yield();
-}
 
 long long nowMicroseconds() {
   return std::chrono::duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
@@ -303,7 +287,7 @@ int main(int argc, char** argv) {
   app.add_flag("--list-descriptors", listDescriptors, "Answer how many descriptors are open");
   CLI11_PARSE(app, argc, argv);
   if (listDescriptors) return static_cast<int>(descriptorCount());
-  runFirstThread();
+  vantamo::test::runFirstThread();
   Host(choices).run();
   say("exits", nowMicroseconds());
   if (choices.end == "exit") std::exit(0);

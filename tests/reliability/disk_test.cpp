@@ -137,6 +137,8 @@ std::string randomBytes(std::size_t size) {
   return bytes;
 }
 
+std::size_t sizeOf(const fs::path& file) { return static_cast<std::size_t>(fs::file_size(file)); }
+
 void addTrigger(const fs::path& file) {
   sqlite3* database = nullptr;
   sqlite3_open(file.c_str(), &database);
@@ -155,16 +157,12 @@ TEST_F(ReliabilityTest, ADamagedQueueFileIsSetAsideAndReadAsFarAsPossible) {
     std::size_t leastSaved;
   };
   const std::vector<Damage> damages = {
-      {"random bytes", [](const fs::path& f) { overwrite(f, 0, randomBytes(fs::file_size(f))); },
-       0},
-      {"zeros", [](const fs::path& f) { overwrite(f, 0, std::string(fs::file_size(f), '\0')); }, 0},
+      {"random bytes", [](const fs::path& f) { overwrite(f, 0, randomBytes(sizeOf(f))); }, 0},
+      {"zeros", [](const fs::path& f) { overwrite(f, 0, std::string(sizeOf(f), '\0')); }, 0},
       {"half of it cut off", [](const fs::path& f) { fs::resize_file(f, fs::file_size(f) / 2); },
        20},
       {"one page of random bytes",
-       [](const fs::path& f) {
-         overwrite(f, fs::file_size(f) / 4096 / 2 * 4096, randomBytes(4096));
-       },
-       80},
+       [](const fs::path& f) { overwrite(f, sizeOf(f) / 4096 / 2 * 4096, randomBytes(4096)); }, 80},
       {"a foreign trigger", &addTrigger, 100}};
   const Port refusing(Port::Kind::refusing);
   configure(refusing.url());
