@@ -20,6 +20,13 @@ if(NOT IS_ABSOLUTE ${CMAKE_INSTALL_INCLUDEDIR})
   set(pc_includedir "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
 endif()
 
+# What a static library is linked with is wanted with --static alone; where there is no shared one, by
+# everybody.
+set(pc_private "")
+if(BUILD_SHARED_LIBS)
+  set(pc_private "\nLibs.private:")
+endif()
+
 # vantamo_install(TARGET COMPONENT): the library, and what find_package() and pkg-config read of it.
 function(vantamo_install target component)
   vantamo_each(${target} library)
