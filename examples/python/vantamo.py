@@ -106,6 +106,7 @@ def _telling(name):
 # --- Callbacks: held here until the library has no use for them any more.
 
 _held = {}
+_inherited = []
 _keys = itertools.count(1)
 _release = ctypes.CFUNCTYPE(None, c_void_p)(lambda key: _held.pop(key, None) and None)
 
@@ -117,6 +118,15 @@ def _callback(kind, function):
     key = next(_keys)
     _held[key] = kind(function)
     return _Callback(ctypes.cast(_held[key], c_void_p), key, ctypes.cast(_release, c_void_p))
+
+
+def _inherit():
+    """A forked child may call what its parent has set, and releases none of it."""
+    _inherited.extend(_held.values())
+    _held.clear()
+
+
+os.register_at_fork(after_in_child=_inherit)
 
 
 # --- The facade
@@ -193,13 +203,14 @@ def set_platform_overrides(*, cachesDirectory=None, mainBundleFolder=None, scree
     def write(_context, text):
         logSink(text.decode("utf-8", "replace"))
 
-    _last.update(cachesDirectory=cachesDirectory, mainBundleFolder=mainBundleFolder,
-                 screenSize=screenSize, deviceIdiom=deviceIdiom, systemVersion=systemVersion)
-    return _set_overrides(_overrides(
+    given = _overrides(
         cachesDirectory=_text(cachesDirectory), mainBundleFolder=_text(mainBundleFolder),
         screenSize=_ScreenSize(True, *screenSize) if screenSize else _ScreenSize(),
-        deviceIdiom=deviceIdiom or 0, systemVersion=_text(systemVersion),
-        logSink=_callback(_LogSink, logSink and write)))
+        deviceIdiom=deviceIdiom or 0, systemVersion=_text(systemVersion))
+    _last.update(cachesDirectory=cachesDirectory, mainBundleFolder=mainBundleFolder,
+                 screenSize=screenSize, deviceIdiom=deviceIdiom, systemVersion=systemVersion)
+    given.logSink = _callback(_LogSink, logSink and write)  # last: held from here on
+    return _set_overrides(given)
 
 
 # --- The default core
