@@ -110,6 +110,7 @@ def check_cmake(block, work):
         text = "cmake_minimum_required(VERSION 3.25)\nproject(app LANGUAGES C CXX)\n" + app + text
     for name in re.findall(r"\b[\w/]+\.(?:cpp|c)\b", text):
         (folder / name).write_text("int main() {}\n", encoding="utf-8")
+    write_bundle(folder, "VTMod", "{}")
     (folder / "CMakeLists.txt").write_text(text, encoding="utf-8")
     done = work.run(["cmake", "-G", "Ninja", "-S", ".", "-B", "out", *arguments], folder)
     return [] if done.returncode == 0 else [block.fault("cmake fails:" + indented(done.stdout))]
