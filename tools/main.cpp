@@ -11,6 +11,7 @@
 #include "tools/queue_command.h"
 #include "tools/replay.h"
 #include "tools/terminal.h"
+#include "tools/waiting_time.h"
 #include "vantamo/version.h"
 
 namespace {
@@ -21,14 +22,6 @@ constexpr int usageError = 2;
 
 // What the command line asks for; answers the program's exit status.
 using Job = std::function<int()>;
-
-std::string checkSeconds(const std::string& text) {
-  double seconds = -1;
-  const bool isNumber = CLI::detail::lexical_cast(text, seconds);
-  return isNumber && isWaitingTime(seconds)
-             ? std::string()
-             : "SECONDS must be a number from 0 to 1000000, not " + text;
-}
 
 void addReplay(CLI::App& app, Job& job) {
   CLI::App* replay = app.add_subcommand(

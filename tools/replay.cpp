@@ -15,6 +15,7 @@
 #include "support/settings_file.h"
 #include "tools/progress.h"
 #include "tools/replay_calls.h"
+#include "tools/waiting_time.h"
 #include "vantamo/default_core.h"
 #include "vantamo/platform.h"
 
@@ -123,8 +124,6 @@ std::optional<std::uint64_t> sizeOf(const std::string& script) {
 }
 
 }  // namespace
-
-bool isWaitingTime(double seconds) { return seconds >= 0 && seconds <= 1e6; }
 
 int replay(const ReplayOptions& options, std::istream& standardInput, std::ostream& answers) {
   const bool readsFile = options.script && *options.script != "-";

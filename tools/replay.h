@@ -17,9 +17,6 @@ struct ReplayOptions {
   bool progress = false;
 };
 
-/// Whether a wait of so many seconds is one that a script may ask for.
-[[nodiscard]] bool isWaitingTime(double seconds);
-
 /// Runs the script line by line, writing one answer a line, and waits for delivery. The program's
 /// exit status: 0, 1 for a malformed line, 3 for messages left. Throws std::runtime_error when the
 /// bundle or the script cannot be read; nothing was executed then.

@@ -126,7 +126,7 @@ TEST_F(CollectTest, ScriptsLearnWhetherThePlanWasKept) {
   };
   const std::vector<Case> cases = {
       {"",
-       R"({"event":"firePageView","pi":"b","zz":null})"
+       R"({"event":"firePageView","pi":"b","pv_a1":null})"
        "\n# a remark\n\n"
        R"({"call":"firePageView","pageId":"a","category":""})",
        {"a", "b"},
@@ -159,6 +159,39 @@ TEST_F(CollectTest, ScriptsLearnWhetherThePlanWasKept) {
   }
 }
 
+TEST_F(CollectTest, AnInspectorThatStaysJudgesWhenItIsTold) {
+  for (const auto& [id, status] : {std::pair("a", 0), {"b", 1}}) {
+    Inspector inspector("--quiet --stay --expect " + plan(R"({"pi":"a"})"));
+    EXPECT_EQ(inspector.post(page(id)), 204);
+    EXPECT_EQ(inspector.post(page("more")), 204);
+    inspector.stop();
+    EXPECT_EQ(inspector.end(), status);
+  }
+}
+
+// What was answered has been judged: nothing is taken after the verdict.
+TEST_F(CollectTest, NoTagIsAnsweredAfterTheVerdict) {
+  for (int i = 0; i < 30; ++i) {
+    Inspector inspector("--quiet --strict --until 1");
+    httplib::Client client = inspector.client();
+    client.set_keep_alive(true);
+    ASSERT_TRUE(client.Post("/collect", page("a"), "application/json"));
+    const auto faulty = client.Post("/collect", "{}", "application/json");
+    EXPECT_EQ(inspector.end(), faulty ? 1 : 0);
+  }
+}
+
+TEST_F(CollectTest, NobodyHasToReadItsOutput) {
+  Inspector inspector("");
+  httplib::Client client = inspector.client();
+  client.set_keep_alive(true);
+  for (int i = 0; i < 3000; ++i) {
+    ASSERT_TRUE(client.Post("/collect", page(std::string(50, 'x')), "application/json")) << i;
+  }
+  inspector.stop();
+  EXPECT_THAT(inspector.rest(), testing::ContainsRegex("[0-9]+ lines were left out"));
+}
+
 TEST_F(CollectTest, WhatCannotBeAskedForIsNamed) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"--fail 503:120%", "503:120%"},
@@ -169,7 +202,7 @@ TEST_F(CollectTest, WhatCannotBeAskedForIsNamed) {
       {"--listen somewhere", "somewhere is no IP address"},
       {"--listen 203.0.113.1", "cannot listen on 203.0.113.1, port 0: "},
       {"--expect /nowhere", "/nowhere: cannot be read"},
-      {"--expect " + plan("\n{\"pi\":7}"), "plan.jsonl:2: member \"pi\" must be a string"},
+      {"--timeout nan", "SECONDS must be a number from 0 to 1000000, not nan"},
       {"--expect " + scratch().string(), "cannot be read"}};
   for (const auto& [options, text] : cases) {
     const std::string output = scratch().string() + "/output";

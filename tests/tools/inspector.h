@@ -34,7 +34,7 @@ class Inspector {
     line();  // the settings
   }
   ~Inspector() {
-    if (child_ > 0) ::kill(child_, SIGTERM);
+    stop();
     EXPECT_LT(end(), 128) << "ended by a signal";
     std::fclose(output_);
   }
@@ -52,6 +52,9 @@ class Inspector {
     while (std::feof(output_) == 0) text += line() + "\n";
     return text;
   }
+  void stop() const {
+    if (child_ > 0) ::kill(child_, SIGTERM);
+  }
   int end() {
     int status = 0;
     if (child_ > 0) ::waitpid(std::exchange(child_, 0), &status, 0);
@@ -61,6 +64,7 @@ class Inspector {
   [[nodiscard]] httplib::Client client() const {
     httplib::Client client("127.0.0.1", port);
     client.set_read_timeout(30);
+    client.set_tcp_nodelay(true);
     return client;
   }
   [[nodiscard]] int post(const std::string& body, const httplib::Headers& headers = {}) const {

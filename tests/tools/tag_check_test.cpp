@@ -3,8 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "support/json.h"
 #include "tags/attributes.h"
+#include "tools/collect/expectations.h"
 #include "tools/collect/faults.h"
 #include "tools/collect/replay_line.h"
 #include "tools/collect/request_guard.h"
@@ -15,6 +18,7 @@
 namespace vantamo::tools::collect {
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -215,6 +219,29 @@ TEST(TagCheckTest, WhatIsWrongWithASessionIsToldOfEveryAttempt) {
               {});
   }
   for (std::size_t i = 1; i < 3; ++i) EXPECT_EQ(store.tags()[i]->problems.size(), 1U) << i;
+}
+
+TEST(PlanTest, ALineThatCannotBeMeantIsNamed) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"[]", "not a JSON object"},
+      {"{}", "expects nothing"},
+      {R"({"pi":7})", "member \"pi\" must be a string"},
+      {R"({"event":"order","pi":null})", "member \"event\" must be the name of an event"},
+      {R"({"event":"fireOrder","pi":null})", "\"pi\" is absent anyway: it is neither a key nor"},
+      {R"({"serchTerm":null})", "an argument of any event"},
+      {R"({"event":"firePageView","pi":null,"pv_a7":null,"sw":null,"vqmmc":null})", ""},
+      {R"({"later":"x"})", ""}};
+  for (const auto& [line, fault] : cases) {
+    std::istringstream file("# a remark\n" + line + "\n");
+    std::string found;
+    try {
+      static_cast<void>(expectationsOf(file, "plan"));
+    } catch (const std::runtime_error& error) {
+      found = error.what();
+    }
+    EXPECT_EQ(found.empty(), fault.empty()) << line << found;
+    EXPECT_THAT(found, AllOf(HasSubstr(fault.empty() ? "" : "plan:2: "), HasSubstr(fault)));
+  }
 }
 
 TEST(TagStreamTest, AnEventIdFromTheFutureSeesAReset) {

@@ -5,10 +5,11 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <ostream>
+#include <iostream>
 #include <stdexcept>
 
 #include "tools/collect/expectations.h"
+#include "tools/collect/line_output.h"
 #include "tools/plain_text.h"
 
 namespace vantamo::tools::collect {
@@ -39,15 +40,14 @@ std::optional<Plan> planOf(const CollectOptions& options) {
 // Counts and judges the tags, and tells each in a line.
 class Run final : public StoreObserver {
  public:
-  Run(const CollectOptions& options, std::ostream& output)
-      : options_(options), output_(output), plan_(planOf(options)) {}
+  explicit Run(const CollectOptions& options) : options_(options), plan_(planOf(options)) {}
 
   void stored(const Tag& tag) override {
     if (!options_.quiet) tell(*tag);
     if (!tag->counts) return;
     ++count_;
     if (!tag->problems.empty()) ++faulty_;
-    if (plan_ && count_ <= TagStore::mostTags) plan_->add(tag);
+    if (plan_) plan_->add(tag);
   }
   void wasReset() override {
     count_ = 0;
@@ -55,60 +55,64 @@ class Run final : public StoreObserver {
     if (plan_) plan_->clear();
   }
 
-  [[nodiscard]] bool isOver() const {
+  [[nodiscard]] bool isOver(const TagStore& store) const {
     if (options_.until && count_ >= *options_.until) return true;
-    // A plan is not held against more than are kept.
-    return plan_ && ((plan_->isComplete() && !options_.exact) || count_ >= TagStore::mostTags);
+    const bool mayGoOn = options_.stay || options_.exact;
+    return plan_ && ((plan_->isComplete() && !mayGoOn) || isTooMuch(store));
   }
 
-  int judge() {
+  int judge(const TagStore& store) {
+    lines_.end();
     const bool isPlanKept = plan_ && plan_->isComplete() && !options_.exact;
     bool isGood = !options_.until || count_ >= *options_.until || isPlanKept;
-    if (!isGood) output_ << count_ << " of " << *options_.until << " tags arrived\n";
+    if (!isGood) std::cout << count_ << " of " << *options_.until << " tags arrived\n";
     if (plan_) {
-      output_ << plan_->difference() << plan_->matched() << " of " << plan_->size()
-              << " expected tags arrived\n";
+      if (isTooMuch(store)) std::cout << "ended: more tags have come than are kept\n";
+      std::cout << plan_->difference() << plan_->matched() << " of " << plan_->size()
+                << " expected tags arrived\n";
       isGood = isGood && plan_->isComplete() && !(options_.exact && plan_->hasUnexpected());
     }
     if (options_.strict && faulty_ > 0) {
-      output_ << faulty_ << " of " << count_ << " tags with problems\n";
+      std::cout << faulty_ << " of " << count_ << " tags with problems\n";
       isGood = false;
     }
     return isGood ? 0 : 1;
   }
 
  private:
+  // A plan is held against what is kept, and keeps no more.
+  static bool isTooMuch(const TagStore& store) { return store.dropped() > 0; }
+
   void tell(const StoredTag& tag) {
-    output_ << shortText(tag);
-    if (tag.repeatOf) output_ << " (again: #" << *tag.repeatOf << ")";
-    if (!tag.counts && !tag.repeatOf) output_ << " (not counted: not answered with 2xx)";
-    output_ << '\n';
+    std::string line = shortText(tag);
+    if (tag.repeatOf) line += " (again: #" + std::to_string(*tag.repeatOf) + ")";
+    if (!tag.counts && !tag.repeatOf) line += " (not counted: not answered with 2xx)";
+    lines_.write(line + "\n");
     for (const Problem& problem : tag.problems) {
-      output_ << "    problem: " << printable(problem.text) << '\n';
+      lines_.write("    problem: " + printable(problem.text) + "\n");
     }
-    output_.flush();
   }
 
   const CollectOptions& options_;
-  std::ostream& output_;
+  LineOutput lines_;
   std::optional<Plan> plan_;
   std::size_t count_ = 0;
   std::size_t faulty_ = 0;
 };
 
-void introduce(const Collector& collector, std::ostream& output) {
+void introduce(const Collector& collector) {
   const Listener& listener = collector.listener();
-  output << "page      " << collector.url() << "\nsettings  {\"PostMessageUrl\":\""
-         << collector.postUrl() << "\"}\n";
+  std::cout << "page      " << collector.url() << "\nsettings  {\"PostMessageUrl\":\""
+            << collector.postUrl() << "\"}\n";
   if (listener.onAll) {
     for (const std::string& address : addressesOfMachine()) {
-      output << "from elsewhere: http://" << address << ":" << listener.port << "/collect\n";
+      std::cout << "from elsewhere: http://" << address << ":" << listener.port << "/collect\n";
     }
   }
   if (!listener.onLoopback) {
-    output << "Whoever reaches this port can read what the tags carry.\n";
+    std::cout << "Whoever reaches this port can read what the tags carry.\n";
   }
-  output.flush();
+  std::cout.flush();
 }
 
 }  // namespace
@@ -123,20 +127,20 @@ StopAtSignals::~StopAtSignals() {
   stoppedBySignals = nullptr;
 }
 
-int collect(const CollectOptions& options, std::ostream& output) {
-  Run run(options, output);
+int collect(const CollectOptions& options) {
+  Run run(options);
   Collector collector(options.server);
   collector.store().observe(&run);
   const StopAtSignals signals(collector);
-  introduce(collector, output);
+  introduce(collector);
   std::optional<Collector::Clock::time_point> deadline;
   if (options.timeoutSeconds) {
     deadline =
         Collector::Clock::now() + std::chrono::duration_cast<Collector::Clock::duration>(
                                       std::chrono::duration<double>(*options.timeoutSeconds));
   }
-  collector.run([&run] { return run.isOver(); }, deadline);
-  return run.judge();
+  collector.run([&] { return run.isOver(collector.store()); }, deadline);
+  return run.judge(collector.store());
 }
 
 }  // namespace vantamo::tools::collect

@@ -1,10 +1,10 @@
 #include "tools/collect/command_line.h"
 
 #include <CLI/CLI.hpp>
-#include <iostream>
 #include <memory>
 
 #include "tools/collect/collect_command.h"
+#include "tools/waiting_time.h"
 
 namespace vantamo::tools::collect {
 namespace {
@@ -51,13 +51,13 @@ void addFaults(CLI::App& command, const std::shared_ptr<CollectOptions>& options
 }
 
 void addEnds(CLI::App& command, const std::shared_ptr<CollectOptions>& options) {
-  constexpr double longestSeconds = 1e6;
   const std::string group = "For scripts";
   command.add_option("--until", options->until, "End after so many tags")
       ->check(CLI::Range(1, 10'000))
       ->group(group);
   command.add_option("--timeout", options->timeoutSeconds, "End after so many seconds")
-      ->check(CLI::Range(0.0, longestSeconds))
+      ->check(checkSeconds)
+      ->type_name("SECONDS")
       ->group(group);
   CLI::Option* expect =
       command
@@ -72,8 +72,14 @@ void addEnds(CLI::App& command, const std::shared_ptr<CollectOptions>& options) 
       ->needs(expect)
       ->group(group);
   command
-      .add_flag("--exact", options->exact,
-                "Fail for a tag that no line expects; ends at --until or --timeout only")
+      .add_flag(
+          "--stay", options->stay,
+          "Go on when all have arrived, to --until, --timeout or SIGTERM: an application that "
+          "has more to send shall get rid of it")
+      ->needs(expect)
+      ->group(group);
+  command
+      .add_flag("--exact", options->exact, "Fail for a tag that no line expects; implies --stay")
       ->needs(expect)
       ->group(group);
   command.add_flag("--strict", options->strict, "Fail for a tag with a problem")->group(group);
@@ -115,7 +121,7 @@ void addCollect(CLI::App& app, std::function<int()>& job) {
   addFaults(*command, options);
   addEnds(*command, options);
   command->footer(collectHelp);
-  command->callback([&job, options] { job = [options] { return collect(*options, std::cout); }; });
+  command->callback([&job, options] { job = [options] { return collect(*options); }; });
 }
 
 }  // namespace vantamo::tools::collect

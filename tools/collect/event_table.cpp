@@ -71,6 +71,10 @@ const WireField* WireEvent::attributes() const {
   return found == fields.end() ? nullptr : &*found;
 }
 
+bool WireEvent::hasArgument(std::string_view argument) const {
+  return std::ranges::find(fields, argument, &WireField::argument) != fields.end();
+}
+
 const tags::FixedValue* WireEvent::fixedValue(std::string_view key) const {
   const auto found = std::ranges::find(fixed, key, &tags::FixedValue::key);
   return found == fixed.end() ? nullptr : &*found;

@@ -47,6 +47,8 @@ struct WireEvent {
   [[nodiscard]] const WireField* field(std::string_view key) const;
   [[nodiscard]] const WireField* attributes() const;
   [[nodiscard]] const tags::FixedValue* fixedValue(std::string_view key) const;
+  /// Whether one of its arguments has this name.
+  [[nodiscard]] bool hasArgument(std::string_view argument) const;
   /// The number of an attribute's key, from 1; nothing for any other key.
   [[nodiscard]] std::optional<std::size_t> attributeNumber(std::string_view key) const;
 };

@@ -7,6 +7,7 @@
 
 #include "support/json.h"
 #include "tools/collect/expected_member.h"
+#include "tools/collect/problems.h"
 #include "tools/plain_text.h"
 
 namespace vantamo::tools::collect {
@@ -18,13 +19,25 @@ bool isListOfStrings(const Value& value) {
   return value.isList() && std::ranges::all_of(value.list(), &Value::isString);
 }
 
-void checkMember(std::string_view name, const Value& value) {
-  const std::string member = "member \"" + std::string(name) + "\"";
+// Whether the event, or any when none is named, may have such a key or argument.
+bool isKnown(std::string_view name, std::string_view eventName) {
+  return std::ranges::any_of(wireEvents(), [&](const WireEvent& event) {
+    return (eventName.empty() || event.name == eventName) &&
+           (event.hasArgument(name) || !meaningOf(&event, name).empty());
+  });
+}
+
+void checkMember(std::string_view name, const Value& value, std::string_view eventName) {
+  const std::string member = "member " + quotedShort(name);
   if (isEventMember(name)) {
     const std::string* event = value.ifString();
     if (event == nullptr || !isEventName(*event)) {
       throw std::runtime_error(member + " must be the name of an event");
     }
+  } else if (value.isNull() && !isKnown(name, eventName)) {
+    // A misspelt one is always absent.
+    throw std::runtime_error(member + " is absent anyway: it is neither a key nor an argument of " +
+                             (eventName.empty() ? "any event" : std::string(eventName)));
   } else if (!value.isString() && !value.isNull() && !isListOfStrings(value)) {
     throw std::runtime_error(member + " must be a string, a list of strings or null");
   }
@@ -34,8 +47,11 @@ Value::Map membersOf(const std::string& line) {
   const Value parsed = support::parseJson(line);
   if (!parsed.isMap()) throw std::runtime_error("not a JSON object");
   if (parsed.map().empty()) throw std::runtime_error("expects nothing");
-  for (const auto& [name, value] : parsed.map()) checkMember(name, value);
-  return parsed.map();
+  const Value::Map& members = parsed.map();
+  const auto event = members.stringAt(members.find("event") == nullptr ? "call" : "event");
+  const std::string_view eventName = event && isEventName(*event) ? *event : "";
+  for (const auto& [name, value] : members) checkMember(name, value, eventName);
+  return members;
 }
 
 std::string lineText(const Value::Map& members) {
@@ -174,7 +190,7 @@ std::string shortText(const StoredTag& tag) {
   std::size_t shown = 0;
   for (const auto& [name, value] : call) {
     if (name == "call" || shown == most) continue;
-    text += " " + name + "=" + support::writeJson(value);
+    text += " " + name + "=" + cutShort(support::writeJson(value));
     ++shown;
   }
   if (reading.event != nullptr && reading.event->technicalProperties) {

@@ -6,15 +6,6 @@
 namespace vantamo::tools::collect {
 namespace {
 
-bool isArgument(const StoredTag& tag, std::string_view name) {
-  const WireEvent* event = tag.reading.event;
-  if (event == nullptr) return false;
-  for (const WireField& field : event->fields) {
-    if (field.argument == name) return true;
-  }
-  return false;
-}
-
 Value valueOf(const Value::Map& members, std::string_view name) {
   const Value* value = members.find(name);
   return value == nullptr ? Value() : *value;
@@ -36,7 +27,7 @@ std::vector<Difference> differences(const Value::Map& expected, const StoredTag&
     Value actual;
     if (name == "event" || name == "call") {
       actual = valueOf(call, "call");
-    } else if (isArgument(tag, name)) {
+    } else if (tag.reading.event != nullptr && tag.reading.event->hasArgument(name)) {
       actual = valueOf(call, name);
       if (wanted == Value("") || wanted == Value(Value::List())) wanted = Value();
       if (actual == Value(Value::List())) actual = Value();

@@ -4,13 +4,23 @@
 
 namespace vantamo::tools::collect {
 
+namespace {
+
+std::string cut(std::string_view text, std::size_t most) {
+  // A cut may go through a character.
+  return support::wellFormedUtf8(text.substr(0, most));
+}
+
+}  // namespace
+
+std::string cutShort(std::string_view text) {
+  constexpr std::size_t most = 200;
+  return cut(text, most) + (text.size() > most ? "…" : "");
+}
+
 std::string quotedShort(std::string_view text) {
   constexpr std::size_t most = 60;
-  const bool isLong = text.size() > most;
-  std::string shown = "\"";
-  // A cut may go through a character.
-  shown += support::wellFormedUtf8(text.substr(0, most));
-  return shown + (isLong ? "\"…" : "\"");
+  return "\"" + cut(text, most) + (text.size() > most ? "\"…" : "\"");
 }
 
 void Problems::add(std::string_view key, std::string text) {

@@ -9,7 +9,9 @@
 
 namespace vantamo::tools::collect {
 
-/// A text in quotation marks, cut to what a line can show.
+/// A text cut to what a line can show.
+[[nodiscard]] std::string cutShort(std::string_view text);
+/// The same for a shorter one, in quotation marks.
 [[nodiscard]] std::string quotedShort(std::string_view text);
 
 /// Collects what is wrong with a tag, up to a number that a hostile one cannot pass.

@@ -124,6 +124,8 @@ MHD_Result Collector::sendTags(Request& request) {
 // Whatever was stored is answered as delivered, also when something is wrong with it: that is told
 // on the page, and the application under test must not bury it as refused.
 MHD_Result Collector::answerTag(Request& request) {
+  // After the end nobody looks at it any more: without an answer, its sender keeps it.
+  if (stopping_) return MHD_NO;
   request.verdict = verdictOf(faults_, options_.draw());
   if (request.tooLarge && request.verdict->delivers()) request.verdict->status = tooLarge;
   constexpr double perSecond = 1000;
@@ -135,8 +137,7 @@ MHD_Result Collector::answerTag(Request& request) {
   post.body = std::exchange(request.body, {});
   store_.add(std::move(post), *request.verdict);
   wakePages();
-  // At the end nothing may be taken off the server's loop any more.
-  if (request.verdict->delay.count() == 0 || stopping_) return sendVerdict(request);
+  if (request.verdict->delay.count() == 0) return sendVerdict(request);
   ::MHD_suspend_connection(request.connection);
   held_.emplace(Clock::now() + request.verdict->delay, request.connection);
   return MHD_YES;

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace vantamo::tools::collect {
+
+/// Standard output, for lines that may be left out: whoever does not read them must not hold the
+/// server up.
+class LineOutput {
+ public:
+  /// Writes a line, of at most a few thousand bytes and with its end, or leaves it out when it
+  /// would have to wait. What was left out is told before the next line.
+  void write(std::string_view line);
+  /// Tells what was left out last, and waits for that.
+  void end();
+
+ private:
+  void tellLeftOut();
+
+  std::size_t leftOut_ = 0;
+};
+
+}  // namespace vantamo::tools::collect
