@@ -20,8 +20,8 @@
 ///     vantamo_shutdown();
 ///
 /// Every function may be called from any thread, and none lets an exception out: a failure is a
-/// plain false, null or 0 and a line in the debug log. No function is a cancellation point: a thread
-/// that is cancelled in a call ends at the next such point outside the library.
+/// plain false, null or 0 and a line in the debug log. No function is a cancellation point: a
+/// thread that is cancelled in a call ends at the next such point outside the library.
 ///
 /// Strings are UTF-8 and end at their first NUL. A null pointer is an absent string, which is not
 /// the same as "".
