@@ -4,19 +4,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
+
+#include "tools/write_all.h"
 
 namespace vantamo::tools {
 namespace {
 
-void writeToTerminal(std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = ::write(STDERR_FILENO, text.data(), text.size());
-    if (written < 0 && errno != EINTR) return;
-    if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
-  }
-}
+void writeToTerminal(std::string_view text) { writeAll(STDERR_FILENO, text); }
 
 // One less than the terminal has: a full line would go on in the next one.
 std::size_t usableColumns() {

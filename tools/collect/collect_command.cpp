@@ -62,7 +62,7 @@ class Run final : public StoreObserver {
   }
 
   int judge(const TagStore& store) {
-    lines_.end();
+    lines_.tellLeftOut();
     const bool isPlanKept = plan_ && plan_->isComplete() && !options_.exact;
     bool isGood = !options_.until || count_ >= *options_.until || isPlanKept;
     if (!isGood) std::cout << count_ << " of " << *options_.until << " tags arrived\n";
@@ -115,6 +115,12 @@ void introduce(const Collector& collector) {
   std::cout.flush();
 }
 
+std::optional<Collector::Clock::time_point> deadlineOf(const CollectOptions& options) {
+  if (!options.timeoutSeconds) return {};
+  const std::chrono::duration<double> limit(*options.timeoutSeconds);
+  return Collector::Clock::now() + std::chrono::duration_cast<Collector::Clock::duration>(limit);
+}
+
 }  // namespace
 
 StopAtSignals::StopAtSignals(Collector& collector) {
@@ -131,15 +137,12 @@ int collect(const CollectOptions& options) {
   Run run(options);
   Collector collector(options.server);
   collector.store().observe(&run);
-  const StopAtSignals signals(collector);
-  introduce(collector);
-  std::optional<Collector::Clock::time_point> deadline;
-  if (options.timeoutSeconds) {
-    deadline =
-        Collector::Clock::now() + std::chrono::duration_cast<Collector::Clock::duration>(
-                                      std::chrono::duration<double>(*options.timeoutSeconds));
+  {
+    // Not for longer: one who does not read the verdict can still be ended.
+    const StopAtSignals signals(collector);
+    introduce(collector);
+    collector.run([&] { return run.isOver(collector.store()); }, deadlineOf(options));
   }
-  collector.run([&] { return run.isOver(collector.store()); }, deadline);
   return run.judge(collector.store());
 }
 

@@ -3,9 +3,10 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <string>
 #include <utility>
+
+#include "tools/write_all.h"
 
 namespace vantamo::tools::collect {
 namespace {
@@ -16,32 +17,22 @@ bool isReady() {
   return ::poll(&state, 1, 0) == 1;
 }
 
-void put(std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = ::write(STDOUT_FILENO, text.data(), text.size());
-    if (written < 0 && errno != EINTR) return;
-    if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
-  }
-}
-
 }  // namespace
 
 void LineOutput::write(std::string_view line) {
   if (isReady()) tellLeftOut();
   if (isReady()) {
-    put(line);
+    writeAll(STDOUT_FILENO, line);
   } else {
     ++leftOut_;
   }
 }
 
-void LineOutput::end() { tellLeftOut(); }
-
 void LineOutput::tellLeftOut() {
   const std::size_t count = std::exchange(leftOut_, 0);
   if (count == 0) return;
-  put(std::to_string(count) + (count == 1 ? " line was" : " lines were") +
-      " left out: nobody was reading\n");
+  writeAll(STDOUT_FILENO, std::to_string(count) + (count == 1 ? " line was" : " lines were") +
+                              " left out: nobody was reading\n");
 }
 
 }  // namespace vantamo::tools::collect

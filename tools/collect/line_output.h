@@ -12,12 +12,10 @@ class LineOutput {
   /// Writes a line, of at most a few thousand bytes and with its end, or leaves it out when it
   /// would have to wait. What was left out is told before the next line.
   void write(std::string_view line);
-  /// Tells what was left out last, and waits for that.
-  void end();
-
- private:
+  /// Tells how many lines were left out since it was told last, and waits for that.
   void tellLeftOut();
 
+ private:
   std::size_t leftOut_ = 0;
 };
 
